@@ -1,0 +1,122 @@
+// Modules, paths, compound module names and the system report.
+
+#include "foundation/memory.h"
+#include "foundation/os.h"
+
+#include <dlfcn.h>
+#include <string.h>
+
+namespace {
+
+constexpr CHAR SOURCE_NAME[] = "os_sys_unix";
+
+// What OS_sys_path_concat allocates for its text: for an empty directory one byte more than the name and
+// its terminator need, deliberately, as the heap sees the size.
+uint64_t joined_text_bytes(uint64_t directory_length, uint64_t name_length, bool needs_separator)
+{
+    if (directory_length == 0)
+        return name_length + 2;
+    return directory_length + name_length + (needs_separator ? 2 : 1);
+}
+
+// At most `limit` characters, and a terminator only behind a shorter text.
+void copy_limited(CHAR *output, const CHAR *text, uint64_t length, UINT limit)
+{
+    memcpy(output, text, length < limit ? length : limit);
+    if (length < limit)
+        output[length] = '\0';
+}
+
+}  // namespace
+
+LPVOID OS_sys_module_load(const CHAR *name)
+{
+    return dlopen(name, RTLD_LAZY);
+}
+
+LPVOID OS_sys_sym_get(LPVOID module, const CHAR *symbol)
+{
+    return symbol != nullptr ? dlsym(module, symbol) : nullptr;
+}
+
+INT OS_sys_module_unload(LPVOID module)
+{
+    return dlclose(module);
+}
+
+LONG OS_sys_path_concat(const CHAR *directory, const CHAR *name, CHAR *output, UINT limit)
+{
+    const uint64_t tag = ZR_memm_unique_tag_get(SOURCE_NAME, __LINE__);
+    const uint64_t directory_length = strlen(directory);
+    const uint64_t name_length = strlen(name);
+    // Only the last character is looked at: further separators there, or any in front of the name, stay.
+    const bool needs_separator = directory_length != 0 && directory[directory_length - 1] != '/';
+    const uint64_t bytes = joined_text_bytes(directory_length, name_length, needs_separator);
+    CHAR *joined = static_cast<CHAR *>(ZR_memm_alloc(tag, bytes, SOURCE_NAME, __LINE__));
+    if (joined == nullptr)
+        return 0;
+
+    memcpy(joined, directory, directory_length);
+    if (needs_separator)
+        joined[directory_length] = '/';
+    const uint64_t name_position = directory_length + (needs_separator ? 1 : 0);
+    memcpy(joined + name_position, name, name_length);
+    // From scratch, not from the arguments: either of them may lie in the output.
+    copy_limited(output, joined, name_position + name_length, limit);
+    ZR_memm_free(tag, joined, SOURCE_NAME, __LINE__);
+    return static_cast<LONG>(strlen(output));
+}
+
+LONG OS_sys_compfilename_create(const CHAR *base, CHAR *output, UINT limit)
+{
+    constexpr INT COMPANION_NUMBER = 17;
+    constexpr uint64_t LONGEST_BASE = 245;
+    CHAR composed[256];
+    static_assert(sizeof "libQV17.so" + LONGEST_BASE == sizeof composed, "the longest name fits");
+
+    if (base == nullptr)
+        return 0;
+    if (strlen(base) > LONGEST_BASE)
+        return -1;
+    const INT length = OS_sprintf(composed, "libQV%s%d.so", base, COMPANION_NUMBER);
+    OS_strncpy(output, composed, limit);  // pads a shorter name with zero bytes
+    return static_cast<UINT>(length) > limit ? -1 : length;
+}
+
+INT OS_module_usage_get(void)
+{
+    return 1;
+}
+
+INT OS_sys_gctrl_init(void)
+{
+    return 0;
+}
+
+#define REPORT_SIZE_OF(type, end) OS_debug_output("sizeof(" #type ")=%d," end, static_cast<INT>(sizeof(type)))
+
+void _OS_sys_info_print(void)
+{
+    OS_debug_output("\nReport from usunix:\n");
+    REPORT_SIZE_OF(CHAR, "");
+    REPORT_SIZE_OF(BYTE, "");
+    REPORT_SIZE_OF(LONG, "");
+    REPORT_SIZE_OF(INT, "");
+    REPORT_SIZE_OF(UINT, "");
+    REPORT_SIZE_OF(WORD, "");
+    REPORT_SIZE_OF(SHORT, "");
+    REPORT_SIZE_OF(ZT_BOOL, "");
+    REPORT_SIZE_OF(ZT_ERRCOUNT, "");
+    REPORT_SIZE_OF(ZT_MODE, "");
+    REPORT_SIZE_OF(LPVOID, "");
+    REPORT_SIZE_OF(LPBYTE, "");
+    REPORT_SIZE_OF(LPWORD, "\n");
+}
+
+#undef REPORT_SIZE_OF
+
+static_assert(sizeof(CHAR) == 1 && sizeof(BYTE) == 1 && sizeof(SHORT) == 2 && sizeof(WORD) == 2, "base types");
+static_assert(sizeof(INT) == 4 && sizeof(UINT) == 4 && sizeof(LONG) == 8, "base types");
+static_assert(sizeof(ZT_BOOL) == 4 && sizeof(ZT_ERRCOUNT) == 4 && sizeof(ZT_MODE) == 8, "base types");
+static_assert(sizeof(LPVOID) == 8 && sizeof(LPBYTE) == 8 && sizeof(LPWORD) == 8, "base types");
+static_assert(static_cast<CHAR>(-1) < 0, "CHAR is signed; do not build with -funsigned-char");

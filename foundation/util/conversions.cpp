@@ -1,0 +1,198 @@
+// Resolution, byte-order and number conversions, ASCII case, and the build date.
+
+#include "foundation/os.h"
+#include "foundation/util.h"
+
+#include <math.h>
+#include <string.h>
+
+static_assert(sizeof(ZT_RESOLUTION) == 40 && offsetof(ZT_RESOLUTION, unit) == 32, "ZT_RESOLUTION is ABI");
+static_assert(sizeof(INT) == 4 && sizeof(LONG) == 8, "the conversions below name their widths");
+
+namespace {
+
+constexpr CHAR lpszFmtWhole[] = "%d";
+constexpr CHAR lpszFmtFraction[] = "%%d.%%0%dd";
+
+// ---- Double to integer
+// C++ leaves a conversion out of range undefined; the results below are those of the processor's own
+// instructions, whatever the compiler. Not-a-number counts as out of range.
+
+constexpr double TWO_TO_31 = 2147483648.0;
+constexpr double TWO_TO_63 = 9223372036854775808.0;
+
+INT truncate_to_int32(double value)
+{
+    const bool is_in_range = value > -TWO_TO_31 - 1 && value < TWO_TO_31;
+    return is_in_range ? static_cast<INT>(value) : INT32_MIN;
+}
+
+int64_t truncate_to_int64(double value)
+{
+    const bool is_in_range = value >= -TWO_TO_63 && value < TWO_TO_63;
+    return is_in_range ? static_cast<int64_t>(value) : INT64_MIN;
+}
+
+// A negative value comes out as its two's complement, 2^64 or more as 0, below -2^63 as 2^63. The top bit
+// is flipped, not set, which differs only from 2^64 on, where the truncated half has it already.
+uint64_t truncate_to_uint64(double value)
+{
+    if (value >= TWO_TO_63)
+        return static_cast<uint64_t>(truncate_to_int64(value - TWO_TO_63)) ^ (UINT64_C(1) << 63);
+    return static_cast<uint64_t>(truncate_to_int64(value));
+}
+
+INT absolute(INT value)  // INT32_MIN stays INT32_MIN
+{
+    return value < 0 ? static_cast<INT>(0u - static_cast<UINT>(value)) : value;
+}
+
+// ---- Resolution
+
+// 39.37 and 3.937 are short on purpose: clients depend on results that 1 / 0.0254 would not give.
+constexpr double INCHES_PER_METER = 39.37;
+constexpr double METERS_PER_INCH = 0.0254;
+
+struct unit_conversion {
+    uint64_t target_unit;
+    uint64_t source_unit;
+    double factor;
+    double added_before_truncation;  // uneven on purpose: only some conversions to inches round
+};
+
+constexpr unit_conversion unit_conversions[] = {
+    {ZT_RES_UNIT_METER, ZT_RES_UNIT_INCH, INCHES_PER_METER, 0.0},
+    {ZT_RES_UNIT_METER, ZT_RES_UNIT_CENTIMETER, 100.0, 0.0},
+    {ZT_RES_UNIT_METER, ZT_RES_UNIT_10_INCHES, 3.937, 0.0},
+    {ZT_RES_UNIT_METER, ZT_RES_UNIT_10_CENTIMETERS, 10.0, 0.0},
+    {ZT_RES_UNIT_INCH, ZT_RES_UNIT_METER, METERS_PER_INCH, 0.5},
+    {ZT_RES_UNIT_INCH, ZT_RES_UNIT_CENTIMETER, 2.54, 0.5},
+    {ZT_RES_UNIT_INCH, ZT_RES_UNIT_10_INCHES, 0.1, 0.0},
+    {ZT_RES_UNIT_INCH, ZT_RES_UNIT_10_CENTIMETERS, 0.254, 0.5},
+};
+
+// Null where both units are the same or the source code is none of the table's: then the ratio is taken
+// as it is.
+const unit_conversion *find_conversion(uint64_t target_unit, uint64_t source_unit)
+{
+    for (const unit_conversion &entry : unit_conversions)
+        if (entry.target_unit == target_unit && entry.source_unit == source_unit)
+            return &entry;
+    return nullptr;
+}
+
+uint64_t convert_axis(uint64_t numerator, uint64_t denominator, const unit_conversion *conversion)
+{
+    if (denominator == 0)
+        denominator = 1;
+    if (conversion == nullptr)
+        return numerator / denominator;
+    // Division before multiplication: the order decides the last digit.
+    const double per_source_unit = static_cast<double>(numerator) / static_cast<double>(denominator);
+    return truncate_to_uint64(per_source_unit * conversion->factor + conversion->added_before_truncation);
+}
+
+void store_axes(uint64_t *x, uint64_t *y, uint64_t x_value, uint64_t y_value)
+{
+    if (x != nullptr)
+        *x = x_value;
+    if (y != nullptr)
+        *y = y_value;
+}
+
+// ---- Case
+
+// Add `offset` to every byte from `first` to `last`. The length is a signed 32-bit count: a text whose
+// length comes out below 1 is left alone.
+CHAR *shift_letters(CHAR *text, CHAR first, CHAR last, int offset)
+{
+    const INT length = static_cast<INT>(strlen(text));
+    for (INT i = 0; i < length; ++i)
+        if (text[i] >= first && text[i] <= last)
+            text[i] = static_cast<CHAR>(text[i] + offset);
+    return text;
+}
+
+}  // namespace
+
+const CHAR *iQV_version_compile_date(void)
+{
+    static const CHAR build_date[] = __DATE__;
+    static_assert(sizeof build_date == 12, "Mmm dd yyyy");
+    return build_date;
+}
+
+uint64_t iQV_convert_DPI_to_PPM(LONG dots_per_inch)
+{
+    return truncate_to_uint64(static_cast<double>(dots_per_inch) * INCHES_PER_METER + 0.5);
+}
+
+uint64_t iQV_convert_PPM_to_DPI(LONG pixels_per_metre)
+{
+    return truncate_to_uint64(static_cast<double>(pixels_per_metre) * METERS_PER_INCH + 0.5);
+}
+
+ZT_ERRCOUNT Bsu_convert_resolution(uint64_t target_unit, uint64_t *x, uint64_t *y, ZT_RESOLUTION resolution)
+{
+    constexpr ZT_ERRCOUNT UNKNOWN_TARGET_UNIT = -2445;
+    if (target_unit != ZT_RES_UNIT_METER && target_unit != ZT_RES_UNIT_INCH) {
+        store_axes(x, y, 0, 0);
+        return UNKNOWN_TARGET_UNIT;
+    }
+    const unit_conversion *conversion = find_conversion(target_unit, resolution.unit);
+    store_axes(x, y, convert_axis(resolution.x_numerator, resolution.x_denominator, conversion),
+               convert_axis(resolution.y_numerator, resolution.y_denominator, conversion));
+    return 0;
+}
+
+uint64_t ii_dword_swap(uint64_t value)
+{
+    return value;
+}
+
+int64_t ii_qword_swap(int64_t value)
+{
+    return value;
+}
+
+// Nothing is masked to 32 bits: what the two outer shifts carry past bit 31 stays. Callers depend on it.
+uint64_t mm_dword_swap(uint64_t value)
+{
+    return (value >> 24) | (value << 24) | ((value >> 8) & 0xFF00) | ((value << 8) & 0xFF0000);
+}
+
+// Joins two swaps with their residues, the lower one given all 64 bits. Deliberately no byte reversal
+// outside 0 to 2^32 - 1.
+int64_t mm_qword_swap(int64_t value)
+{
+    const uint64_t from_upper = mm_dword_swap(static_cast<uint64_t>(value >> 32));  // arithmetic shift
+    const uint64_t from_whole = mm_dword_swap(static_cast<uint64_t>(value));
+    return static_cast<int64_t>((from_whole << 32) | from_upper);
+}
+
+INT Bsu_double_to_string(INT precision, CHAR *buffer, double value)
+{
+    const double power = pow(10.0, static_cast<double>(precision));
+    const double rounded = (1.0 / power) * 0.5 + value;  // upward for negative values too; deliberate
+    const INT whole = truncate_to_int32(rounded);
+    if (precision < 1)
+        return OS_sprintf(buffer, lpszFmtWhole, whole);
+
+    CHAR format[32];  // holds the format for any 32-bit precision
+    OS_sprintf(format, lpszFmtFraction, precision);
+    const INT fraction = absolute(truncate_to_int32((rounded - whole) * power));
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    return OS_sprintf(buffer, format, whole, fraction);
+#pragma GCC diagnostic pop
+}
+
+CHAR *Bsu_strlwr(CHAR *text)
+{
+    return shift_letters(text, 'A', 'Z', 'a' - 'A');
+}
+
+CHAR *Bsu_strupr(CHAR *text)
+{
+    return shift_letters(text, 'a', 'z', 'A' - 'a');
+}

@@ -1,0 +1,173 @@
+/* Operating-system services: modules, paths, heap, memory, text, files, process facts and identifiers.
+ *
+ * Almost every function is one call of the platform with a fixed argument or a fixed conversion of the
+ * result. A failure shows in the result alone (null, -1 or 0, as listed); errno is what the platform left.
+ * Pointers must be valid unless null is mentioned.
+ *
+ * Ownership: module handles, file descriptors and heap blocks belong to the caller.
+ *
+ * Threads: every function may be called from any thread, with one exception: OS_sys_path_concat allocates
+ * through the memory manager and is serialised with it (see memory.h).
+ */
+#ifndef FOUNDATION_OS_H
+#define FOUNDATION_OS_H
+
+#include "foundation/types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(__GNUC__)
+#define FOUNDATION_PRINTF_LIKE(format_index, first_argument) \
+    __attribute__((format(printf, format_index, first_argument)))
+#else
+#define FOUNDATION_PRINTF_LIKE(format_index, first_argument)
+#endif
+
+/* ---- Modules, paths and the process ---- */
+
+/* Load a shared object (dlopen with RTLD_LAZY). A null `name` gives the process image, through which the
+ * symbols of everything already loaded can be looked up. Returns its handle, or null. */
+LPVOID OS_sys_module_load(const CHAR *name);
+
+/* Look `symbol` up in a module. Returns its address; null when it is not found or `symbol` is null. A null
+ * `module` searches the default scope of the process. */
+LPVOID OS_sys_sym_get(LPVOID module, const CHAR *symbol);
+
+/* Give a module handle back (dlclose). Returns 0 on success, another value on failure. */
+INT OS_sys_module_unload(LPVOID module);
+
+/* Join `directory` and `name` with one "/" between them, unless `directory` already ends in "/"; an empty
+ * directory gives the name alone. Nothing else is normalised: "a/" and "/b" give "a//b".
+ * At most `limit` characters are stored in `output`, and a terminator only when the joined text is shorter
+ * than `limit`. Returns the length of what then stands in `output`, measured as a terminated text: give a
+ * limit below the size of a zero-filled buffer. Returns 0, `output` untouched, when scratch memory cannot
+ * be had. `output` may be `directory` or `name`. */
+LONG OS_sys_path_concat(const CHAR *directory, const CHAR *name, CHAR *output, UINT limit);
+
+/* Compose the file name of a companion module: "libQV", `base`, "17.so". At most `limit` characters are
+ * stored in `output`; a shorter name is padded with zero bytes up to `limit`, a name of `limit` characters
+ * or more stands unterminated.
+ * Returns the name's length, -1 when it exceeds `limit`, and 0, output untouched, for a null `base`. A base
+ * of more than 245 characters gives -1 and leaves the output untouched too. */
+LONG OS_sys_compfilename_create(const CHAR *base, CHAR *output, UINT limit);
+
+/* Always 1. */
+INT OS_module_usage_get(void);
+
+/* The process identifier. */
+LONG OS_process_id_get(void);
+
+/* The number of processors that the calling thread may run on; the number online where that cannot be
+ * told or comes out as a multiple of 65536. */
+INT OS_processor_count(void);
+
+/* ---- Heap, memory and text ---- */
+
+/* malloc. Returns the block, the caller's, or null. */
+LPVOID OS_alloc(uint64_t size);
+
+/* realloc, with its rules for a null `block` and for a failure (null, `block` kept). */
+LPVOID OS_realloc(LPVOID block, uint64_t size);
+
+/* free; `block` may be null. Always returns 0. */
+INT OS_free(LPVOID block);
+
+/* Copy `count` bytes between ranges that do not overlap. Returns `destination`. */
+LPVOID OS_memcpy(LPVOID destination, const void *source, uint64_t count);
+
+/* Fill `count` bytes with the low 8 bits of `fill`. Returns `destination`. */
+LPVOID OS_memset(LPVOID destination, INT fill, uint64_t count);
+
+/* Compare `count` bytes as unsigned values. Returns a negative, zero or positive value. */
+INT OS_memcmp(const void *a, const void *b, uint64_t count);
+
+/* strncpy: a shorter source is padded with zero bytes up to `count`; one of `count` characters or more
+ * leaves `destination` without a terminator. Returns `destination`. */
+CHAR *OS_strncpy(CHAR *destination, const CHAR *source, UINT count);
+
+/* Move `*cursor` past the spaces and horizontal tabs it stands on. */
+void gap_ignore(const CHAR **cursor);
+
+/* Move `*cursor` to the next space or horizontal tab; it stays if it stands on one. Does NOT stop at the
+ * terminator: the text must hold a space or tab behind the word. */
+void non_gap_ignore(const CHAR **cursor);
+
+/* vsprintf, every conversion included: no limit is applied, so `destination` must hold the longest
+ * possible text. Returns the number of characters written without the terminator, or a negative value. */
+INT OS_sprintf(CHAR *destination, const CHAR *format, ...) FOUNDATION_PRINTF_LIKE(2, 3);
+
+/* Write one line, `title`, a colon, two spaces and `text`, to the standard error stream. Returns the
+ * number of characters written, or a negative value. */
+INT OS_message_box(const CHAR *title, const CHAR *text);
+
+/* ---- Files ---- */
+
+/* Create `path`, or truncate an existing file, for writing only; permission bits 0755 less the process's
+ * file-creation mask. Returns a descriptor or -1. */
+INT OS_create(const CHAR *path);
+
+/* open with the platform's own flag values and permission bits. Returns a descriptor or -1. */
+INT OS_open(const CHAR *path, INT flags, UINT permissions);
+
+/* Returns 0 or -1. */
+INT OS_close(INT descriptor);
+
+/* Delete a file or an empty directory. Returns 0 or -1. */
+LONG OS_delete(const CHAR *path);
+
+/* Move the file position by `offset` bytes from `origin`: 0 start, 1 current position, 2 end. One step is
+ * limited to the 32-bit range; the position returned is not. Returns it, or -1. */
+LONG OS_seek(INT descriptor, INT offset, UINT origin);
+
+/* One read of up to `count` bytes, below 2 GiB. Returns the bytes read, which may be fewer; 0 at the end
+ * of the file; -1 on error. */
+LONG OS_read(INT descriptor, LPVOID buffer, UINT count);
+
+/* One write of up to `count` bytes, below 2 GiB. Returns the bytes written, which may be fewer, or -1. */
+LONG OS_write(INT descriptor, const void *buffer, UINT count);
+
+/* Truncate or extend an open file to `length` bytes. Returns 0 or -1 (a negative length included). */
+LONG OS_size_change(INT descriptor, INT length);
+
+/* ---- Identifiers ---- */
+
+/* Read the first line of "/proc/sys/kernel/random/uuid", a fresh random identifier in its usual text form,
+ * into `buffer`: at most `size` - 1 characters, the newline included where it fits; the rest of the `size`
+ * bytes is zero. Returns 1 when the file was opened, also if nothing could be read from it, otherwise 0. */
+ZT_BOOL readUUID(CHAR *buffer, UINT size);
+
+/* The value of the first two characters of `text` as hexadecimal digits of either case. Conversion stops at
+ * the first character that is not one: "7z" gives 7, "zz" 0. White space or a sign in front of a digit is
+ * taken as by strtol. */
+BYTE parseHexByteString(const CHAR *text);
+
+/* Draw a random identifier from readUUID into the 16 bytes at `guid`, in the order of its text form. Every
+ * byte behind the first zero byte comes out as zero. Returns 1, or 0 with `guid` unchanged when the source
+ * cannot be opened. */
+INT OS_create_guid(LPBYTE guid);
+
+/* Write the 16 bytes at `guid` as 32 lower-case hexadecimal digits and a terminator to `text`, 33 bytes or
+ * more. Returns 0, or -1, nothing written, when either is null. */
+INT OS_guid_to_string(const BYTE *guid, CHAR *text);
+
+/* ---- Without effect on this platform ---- */
+
+/* Discards its text. The library calls it through the dynamic symbol, so a host that exports a function of
+ * this name receives the library's report in its place. */
+void OS_debug_output(const CHAR *format, ...) FOUNDATION_PRINTF_LIKE(1, 2);
+
+void OS_message_queue_refresh(void);
+
+/* Always 0. */
+INT OS_sys_gctrl_init(void);
+
+/* Report the sizes of the base types through OS_debug_output, a line each. Meant for the library itself. */
+void _OS_sys_info_print(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
