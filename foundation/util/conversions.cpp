@@ -1,5 +1,7 @@
 // Resolution, byte-order and number conversions, ASCII case, and the build date.
 
+#include "../truncate.h"
+
 #include "foundation/os.h"
 #include "foundation/util.h"
 
@@ -14,27 +16,9 @@ namespace {
 constexpr CHAR lpszFmtWhole[] = "%d";
 constexpr CHAR lpszFmtFraction[] = "%%d.%%0%dd";
 
-// ---- Double to integer
-// C++ leaves a conversion out of range undefined; the results below are those of the processor's own
-// instructions, whatever the compiler. Not-a-number counts as out of range.
-
-constexpr double TWO_TO_31 = 2147483648.0;
-constexpr double TWO_TO_63 = 9223372036854775808.0;
-
-INT truncate_to_int32(double value)
-{
-    const bool is_in_range = value > -TWO_TO_31 - 1 && value < TWO_TO_31;
-    return is_in_range ? static_cast<INT>(value) : INT32_MIN;
-}
-
-int64_t truncate_to_int64(double value)
-{
-    const bool is_in_range = value >= -TWO_TO_63 && value < TWO_TO_63;
-    return is_in_range ? static_cast<int64_t>(value) : INT64_MIN;
-}
-
-// A negative value comes out as its two's complement, 2^64 or more as 0, below -2^63 as 2^63. The top bit
-// is flipped, not set, which differs only from 2^64 on, where the truncated half has it already.
+// As truncate.h, to 64 bits unsigned. A negative value comes out as its two's complement, 2^64
+// or more as 0, below -2^63 as 2^63. The top bit is flipped, not set, which differs only from 2^64 on,
+// where the truncated half has it already.
 uint64_t truncate_to_uint64(double value)
 {
     if (value >= TWO_TO_63)

@@ -1,13 +1,15 @@
-/* Operating-system services: modules, paths, heap, memory, text, files, process facts and identifiers.
+/* Operating-system services: modules, paths, heap, memory, text, files, process facts, identifiers, and
+ * objects for threads.
  *
- * Almost every function is one call of the platform with a fixed argument or a fixed conversion of the
+ * Almost every service is one call of the platform with a fixed argument or a fixed conversion of the
  * result. A failure shows in the result alone (null, -1 or 0, as listed); errno is what the platform left.
  * Pointers must be valid unless null is mentioned.
  *
  * Ownership: module handles, file descriptors and heap blocks belong to the caller.
  *
- * Threads: every function may be called from any thread, with one exception: OS_sys_path_concat allocates
- * through the memory manager and is serialised with it (see memory.h).
+ * Threads: every function may be called from any thread, but those that allocate through the memory
+ * manager are serialised with it (see memory.h): OS_sys_path_concat, OS_sync_cs_allocate and
+ * OS_sync_cs_free.
  */
 #ifndef FOUNDATION_OS_H
 #define FOUNDATION_OS_H
@@ -151,6 +153,122 @@ INT OS_create_guid(LPBYTE guid);
 /* Write the 16 bytes at `guid` as 32 lower-case hexadecimal digits and a terminator to `text`, 33 bytes or
  * more. Returns 0, or -1, nothing written, when either is null. */
 INT OS_guid_to_string(const BYTE *guid, CHAR *text);
+
+/* ---- Threads: mode, critical sections, mutex identifiers, events ----
+ *
+ * The library has no link-time reference to any thread function. The first call of any function of this
+ * section looks twelve of them up by name in the process and fixes the mode for the life of the process:
+ *   threaded   all twelve were found; every object is a real one of the platform
+ *   emulated   one was missing; every object is a plain flag, nothing blocks, nothing protects
+ * An object is used in the mode in which it was made.
+ *
+ * Each operation exists three times with the same arguments and result: the plain name, which follows the
+ * mode, and the names with _th (threaded) and _emu (emulated). A _th function must not be called unless
+ * OS_threads_support has returned 1.
+ *
+ * Results: ZT_BOOL functions return 1 for success and 0 for failure; the mutex-identifier functions that
+ * return ZT_ERRCOUNT give 0 for success and -4820 for failure. A null handle is a success that does
+ * nothing, but for the free functions of threaded mode, which hand it to the platform's mutex
+ * destruction all the same: do not free null there. Out-parameters must not be null unless said otherwise.
+ *
+ * Threaded creation of critical sections and mutex identifiers does not test its allocation before the
+ * platform initialises the mutex: where memory has run out, the platform receives a null mutex.
+ *
+ * Objects are the library's until they are freed; free them once no thread is inside or waits. */
+
+/* 1 in threaded mode, 0 in emulated mode; the same on every call. */
+UINT OS_threads_support(void);
+
+/* The platform's identifier of the calling thread (pthread_self); 1 in emulated mode. */
+uintptr_t OS_current_thread_id_get(void);
+uintptr_t OS_current_thread_id_get_th(void);
+uintptr_t OS_current_thread_id_get_emu(void);
+
+/* Create a critical section whose record belongs to the memory tag `tag` (see memory.h: calls are serialised
+ * with the memory manager's, and releasing the tag takes the record with it). `*section` receives it, or
+ * null on failure. A threaded one is recursive: leave it as often as it was entered. */
+ZT_BOOL OS_sync_cs_allocate(uint64_t tag, LPVOID *section);
+ZT_BOOL OS_sync_cs_allocate_th(uint64_t tag, LPVOID *section);
+ZT_BOOL OS_sync_cs_allocate_emu(uint64_t tag, LPVOID *section);
+
+/* Free a critical section of OS_sync_cs_allocate under the same tag. Always returns 1. */
+ZT_BOOL OS_sync_cs_free(uint64_t tag, LPVOID section);
+ZT_BOOL OS_sync_cs_free_th(uint64_t tag, LPVOID section);
+ZT_BOOL OS_sync_cs_free_emu(uint64_t tag, LPVOID section);
+
+/* OS_sync_cs_allocate with a record from the plain heap, outside every tag: for locks around the memory
+ * manager itself. */
+ZT_BOOL OS_mem_sync_cs_allocate(LPVOID *section);
+ZT_BOOL OS_mem_sync_cs_allocate_th(LPVOID *section);
+ZT_BOOL OS_mem_sync_cs_allocate_emu(LPVOID *section);
+
+/* Free a critical section of OS_mem_sync_cs_allocate. Always returns 1. */
+ZT_BOOL OS_mem_sync_cs_free(LPVOID section);
+ZT_BOOL OS_mem_sync_cs_free_th(LPVOID section);
+ZT_BOOL OS_mem_sync_cs_free_emu(LPVOID section);
+
+/* Enter a critical section of either kind; blocks until the calling thread owns it. Emulated: sets the
+ * flag, which does not count. The platform's result is not reported. */
+void OS_sync_cs_enter(LPVOID section);
+void OS_sync_cs_enter_th(LPVOID section);
+void OS_sync_cs_enter_emu(LPVOID section);
+
+/* Leave it once. Emulated: clears the flag. */
+void OS_sync_cs_leave(LPVOID section);
+void OS_sync_cs_leave_th(LPVOID section);
+void OS_sync_cs_leave_emu(LPVOID section);
+
+/* Create a mutex identifier. Returns 0; or -4820, `*identifier` null. */
+ZT_ERRCOUNT OS_mutex_ID_allocate(LPVOID *identifier);
+ZT_ERRCOUNT OS_mutex_ID_allocate_th(LPVOID *identifier);
+ZT_ERRCOUNT OS_mutex_ID_allocate_emu(LPVOID *identifier);
+
+/* Free a mutex identifier. Always returns 0. */
+ZT_ERRCOUNT OS_mutex_ID_free(LPVOID identifier);
+ZT_ERRCOUNT OS_mutex_ID_free_th(LPVOID identifier);
+ZT_ERRCOUNT OS_mutex_ID_free_emu(LPVOID identifier);
+
+/* Take a mutex identifier; `*handle` receives what OS_mutex_release wants (null for a null identifier).
+ * Threaded: blocks, and is recursive. Emulated: neither; an identifier already taken gives 0 at once.
+ * `*handle` is unwritten when 0 is returned. `reserved` is ignored. */
+ZT_BOOL OS_mutex_open(LPVOID identifier, LPVOID reserved, LPVOID *handle);
+ZT_BOOL OS_mutex_open_th(LPVOID identifier, LPVOID reserved, LPVOID *handle);
+ZT_BOOL OS_mutex_open_emu(LPVOID identifier, LPVOID reserved, LPVOID *handle);
+
+/* Release it once. Returns 0 when the calling thread does not own it (emulated: when it is not taken). */
+ZT_BOOL OS_mutex_release(LPVOID handle);
+ZT_BOOL OS_mutex_release_th(LPVOID handle);
+ZT_BOOL OS_mutex_release_emu(LPVOID handle);
+
+/* Create a manual-reset event: signalled when `initial_state` is not 0, and from each set to the next reset.
+ * Waiting never changes it. `*event` receives it, or null on failure; a null `event` gives 0. `reserved` is
+ * ignored. */
+ZT_BOOL OS_create_event(LPVOID *event, UINT initial_state, LPVOID reserved);
+ZT_BOOL OS_create_event_th(LPVOID *event, UINT initial_state, LPVOID reserved);
+ZT_BOOL OS_create_event_emu(LPVOID *event, UINT initial_state, LPVOID reserved);
+
+/* Free an event. Always returns 1. */
+ZT_BOOL OS_close_event(LPVOID event);
+ZT_BOOL OS_close_event_th(LPVOID event);
+ZT_BOOL OS_close_event_emu(LPVOID event);
+
+/* Signal an event and release every thread that waits, or will wait, for it. Returns 0 when the platform's
+ * wake-up failed; the state has changed all the same. */
+ZT_BOOL OS_set_event(LPVOID event);
+ZT_BOOL OS_set_event_th(LPVOID event);
+ZT_BOOL OS_set_event_emu(LPVOID event);
+
+/* End the signal. Wakes the waiting threads too, which find no signal and go on waiting. Results as for
+ * OS_set_event. */
+ZT_BOOL OS_reset_event(LPVOID event);
+ZT_BOOL OS_reset_event_th(LPVOID event);
+ZT_BOOL OS_reset_event_emu(LPVOID event);
+
+/* Wait, as long as it takes, until an event is signalled. Returns 1; 0 when the platform's wait failed.
+ * Emulated: never waits; returns 0 when the event is not signalled. */
+ZT_BOOL OS_wait_for_event(LPVOID event);
+ZT_BOOL OS_wait_for_event_th(LPVOID event);
+ZT_BOOL OS_wait_for_event_emu(LPVOID event);
 
 /* ---- Without effect on this platform ---- */
 

@@ -8,6 +8,9 @@
  *   pointer array (array.h)                  0                      -1, -1000
  *   memory manager (memory.h)                the block, a count,    null; the pointer given when it
  *                                            null from a release    is not recorded; -1 unknown tag
+ *   critical sections, opening and           1, also for a null     0
+ *   releasing mutexes, events (os.h)         handle
+ *   mutex-identifier creation (os.h)         0                      -4820
  *   resolution conversion (util.h)           0                      -2445
  *   system services (os.h)                   the platform's own     null or -1; errno is left as the
  *                                            result, a length, 0    platform set it
