@@ -115,7 +115,8 @@ void _OS_sys_info_print(void)
 
 #undef REPORT_SIZE_OF
 
-static_assert(sizeof(CHAR) == 1 && sizeof(BYTE) == 1 && sizeof(SHORT) == 2 && sizeof(WORD) == 2, "base types");
+static_assert(sizeof(CHAR) == 1 && sizeof(BYTE) == 1 && sizeof(SHORT) == 2 && sizeof(WORD) == 2,
+              "base types");
 static_assert(sizeof(INT) == 4 && sizeof(UINT) == 4 && sizeof(LONG) == 8, "base types");
 static_assert(sizeof(ZT_BOOL) == 4 && sizeof(ZT_ERRCOUNT) == 4 && sizeof(ZT_MODE) == 8, "base types");
 static_assert(sizeof(LPVOID) == 8 && sizeof(LPBYTE) == 8 && sizeof(LPWORD) == 8, "base types");

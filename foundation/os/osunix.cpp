@@ -40,10 +40,9 @@ enum pthread_slot {
 };
 
 constexpr const CHAR *pthrFunNames[] = {
-    "pthread_mutexattr_destroy", "pthread_mutexattr_settype", "pthread_mutexattr_init",
-    "pthread_mutex_init",        "pthread_mutex_destroy",     "pthread_mutex_lock",
-    "pthread_mutex_unlock",      "pthread_self",              "pthread_cond_broadcast",
-    "pthread_cond_wait",         "pthread_cond_destroy",      "pthread_cond_init",
+    "pthread_mutexattr_destroy", "pthread_mutexattr_settype", "pthread_mutexattr_init", "pthread_mutex_init",
+    "pthread_mutex_destroy",     "pthread_mutex_lock",        "pthread_mutex_unlock",   "pthread_self",
+    "pthread_cond_broadcast",    "pthread_cond_wait",         "pthread_cond_destroy",   "pthread_cond_init",
 };
 static_assert(sizeof pthrFunNames / sizeof *pthrFunNames == PTHREAD_SLOTS, "one name a slot");
 
@@ -94,11 +93,16 @@ namespace {
     return detect_thread_functions() != 0;
 }
 
-// The function of a slot, its type written out: the header's own
-// declarations promise that no argument is null, which does not hold here.
+// The function of a slot. Its type is written out: the platform's own declarations promise the compiler
+// that no argument is null, which does not hold here.
 template <typename Function> Function *bound(pthread_slot slot)
 {
     return reinterpret_cast<Function *>(__atomic_load_n(&g_UXpthreads_funs.slots[slot], __ATOMIC_RELAXED));
+}
+
+int mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attribute)
+{
+    return bound<int(pthread_mutex_t *, const pthread_mutexattr_t *)>(MUTEX_INIT)(mutex, attribute);
 }
 
 int mutex_destroy(pthread_mutex_t *mutex)
@@ -116,9 +120,24 @@ int mutex_unlock(pthread_mutex_t *mutex)
     return bound<int(pthread_mutex_t *)>(MUTEX_UNLOCK)(mutex);
 }
 
+int cond_init(pthread_cond_t *condition)
+{
+    return bound<int(pthread_cond_t *, const pthread_condattr_t *)>(COND_INIT)(condition, nullptr);
+}
+
 int cond_destroy(pthread_cond_t *condition)
 {
     return bound<int(pthread_cond_t *)>(COND_DESTROY)(condition);
+}
+
+int cond_broadcast(pthread_cond_t *condition)
+{
+    return bound<int(pthread_cond_t *)>(COND_BROADCAST)(condition);
+}
+
+int cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex)
+{
+    return bound<int(pthread_cond_t *, pthread_mutex_t *)>(COND_WAIT)(condition, mutex);
 }
 
 // Initialise `mutex`, which may be null, as a recursive one. After a failure `undo` runs while the
@@ -128,7 +147,7 @@ template <typename Undo> bool recursive_mutex_init(pthread_mutex_t *mutex, Undo 
     pthread_mutexattr_t attribute;
     bound<int(pthread_mutexattr_t *)>(MUTEXATTR_INIT)(&attribute);
     bound<int(pthread_mutexattr_t *, int)>(MUTEXATTR_SETTYPE)(&attribute, PTHREAD_MUTEX_RECURSIVE);
-    const bool is_made = bound<int(pthread_mutex_t *, const pthread_mutexattr_t *)>(MUTEX_INIT)(mutex, &attribute) == 0;
+    const bool is_made = mutex_init(mutex, &attribute) == 0;
     if (!is_made)
         undo();
     bound<int(pthread_mutexattr_t *)>(MUTEXATTR_DESTROY)(&attribute);
@@ -425,8 +444,7 @@ bool store_state_and_wake(event_record *event, UINT state)
 {
     mutex_lock(&event->guard);
     event->state = state;
-    const bool is_woken =
-        bound<int(pthread_cond_t *)>(COND_BROADCAST)(&event->condition) == 0;
+    const bool is_woken = cond_broadcast(&event->condition) == 0;
     mutex_unlock(&event->guard);
     return is_woken;
 }
@@ -436,7 +454,7 @@ bool wait_for_state(event_record *event)
     int failure = 0;
     mutex_lock(&event->guard);
     while (event->state == 0 && failure == 0)
-        failure = bound<int(pthread_cond_t *, pthread_mutex_t *)>(COND_WAIT)(&event->condition, &event->guard);
+        failure = cond_wait(&event->condition, &event->guard);
     mutex_unlock(&event->guard);
     return failure == 0;
 }
@@ -451,7 +469,7 @@ ZT_BOOL OS_create_event_th(LPVOID *out, UINT initial_state, LPVOID)
     auto *event = static_cast<event_record *>(OS_alloc(sizeof(event_record)));
     if (event == nullptr)
         return 0;
-    if (bound<int(pthread_cond_t *, const pthread_condattr_t *)>(COND_INIT)(&event->condition, nullptr) != 0) {
+    if (cond_init(&event->condition) != 0) {
         OS_free(event);
         return 0;
     }

@@ -115,8 +115,7 @@ struct chaining_values {
 };
 
 // Sixteen steps. Each changes one chaining value; then the four change places.
-template <typename Round>
-void run_round(chaining_values &v, const UINT block[16], const UINT constants[16])
+template <typename Round> void run_round(chaining_values &v, const UINT block[16], const UINT constants[16])
 {
     for (UINT i = 0; i < 16; ++i) {
         const UINT word = block[(Round::word_step * i + Round::word_offset) % 16];

@@ -21,7 +21,7 @@ extern "C" {
 #endif
 
 #if defined(__GNUC__)
-#define FOUNDATION_PRINTF_LIKE(format_index, first_argument) \
+#define FOUNDATION_PRINTF_LIKE(format_index, first_argument)                                                 \
     __attribute__((format(printf, format_index, first_argument)))
 #else
 #define FOUNDATION_PRINTF_LIKE(format_index, first_argument)

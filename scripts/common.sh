@@ -1,0 +1,49 @@
+# What the scripts share; sourced by them, not run. Gives: project (its folder), step, fail, ensure_packages.
+set -euo pipefail
+
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+step() { printf '==> %s\n' "$*"; }
+
+fail() {
+    printf 'error: %s\n' "$*" >&2
+    exit 1
+}
+
+# Run a command as root: directly, or through sudo.
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        fail "this needs root rights, and there is no sudo: $*"
+    fi
+}
+
+is_installed() {
+    [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# Install the Debian packages named, as far as they are missing.
+ensure_packages() {
+    local package missing=()
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    [ ${#missing[@]} -ne 0 ] || return 0
+    step "installing ${missing[*]}"
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
+        >/dev/null
+}
+
+# Debian packages, by what needs them.
+build_packages=(g++ cmake ninja-build)
+test_packages=(
+    libgtest-dev                     # the test framework
+    zlib1g-dev libssl-dev libmd-dev  # independent checksums and digests; rival exports of MD5Init and others
+    tzdata                           # time zones
+    imagemagick python3              # what the catalogue's output is compared with
+    pkg-config binutils              # consumers of the installed library; a look into its symbol tables
+)
