@@ -27,7 +27,7 @@ struct ZT_MEMM_NODE {
 
 // The blocks of one tag. Between two calls of the family
 //   previous == nullptr exactly for the record held in the table, the head of its bucket's chain
-//   tag % ZR_MEMM_BUCKET_COUNT == bucket of the chain, and a tag has one record in it at most
+//   tag % ZR_MEMM_BUCKET_COUNT == bucket of the chain, and a tag other than 0 has one record at most
 // Records and nodes behind the first are linked in second place: the chains run newest first from there.
 struct ZT_MEMM_TAG_RECORD {
     uint64_t tag;  // 0 marks a record in the table as vacant; others may still be chained behind it

@@ -486,9 +486,14 @@ ZT_BOOL OS_create_event_th(LPVOID *out, UINT initial_state, LPVOID)
 
 ZT_BOOL OS_create_event_emu(LPVOID *out, UINT initial_state, LPVOID)
 {
-    if (out == nullptr || !create_flag(plain_memory{}, out))
+    if (out == nullptr)
         return 0;
-    store_flag_unless_null(*out, initial_state);
+    *out = nullptr;
+    auto *state = static_cast<UINT *>(OS_alloc(sizeof(UINT)));
+    if (state == nullptr)
+        return 0;
+    *state = initial_state;
+    *out = state;
     return 1;
 }
 

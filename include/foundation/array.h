@@ -15,8 +15,10 @@
  * Sorted mode: an array created with a sorted flag other than 0 and a comparator keeps the comparator's
  * ascending order; equal elements keep their order of insertion.
  *
- * Cost: growing copies everything, by a fixed increment; so does every insertion in sorted mode; so does
- * every removal that leaves one whole increment of slots free. Binary search is logarithmic.
+ * Cost: growing copies everything, by a fixed increment; so does every insertion in sorted mode before the
+ * end, and every removal that leaves one whole increment of slots free. An insertion in sorted mode calls
+ * the comparator for each element up to its place; a binary search is logarithmic. Both count in 32 bits:
+ * keep arrays in sorted mode below 2^32 elements.
  *
  * Threads: no operation takes a lock. One array is used by one thread at a time, and all calls that add,
  * remove, create or delete are serialised with the memory manager's.
@@ -45,10 +47,10 @@ ZT_ERRCOUNT ZR_array_ptr_alloc(uint64_t tag, ZT_DT_ANY **array, uint64_t increme
 /* Release the vector and the record. Returns 0 or -1. The handle must not be used afterwards. */
 ZT_ERRCOUNT ZR_array_ptr_delete(ZT_DT_ANY *array);
 
-/* Add `element` (any value, null included): at the end, or in sorted mode behind every element that is
- * not greater. `index` receives its place. Returns 0; -1; or -1000, array unchanged, when it cannot grow.
- * In sorted mode an insertion before the end that cannot get its new vector also returns 0, adds nothing
- * and leaves `*index` unwritten: preset it to tell the two apart. */
+/* Add `element` (any value, null included): in sorted mode in front of the first element that compares
+ * greater, otherwise, and where there is none, at the end. `index` receives its place. Returns 0; -1; or
+ * -1000, array unchanged, when it cannot grow. In sorted mode an insertion before the end that cannot get its
+ * new vector also returns 0, adds nothing and leaves `*index` unwritten: preset it to tell the two apart. */
 ZT_ERRCOUNT ZR_array_ptr_add(ZT_DT_ANY *array, LPVOID element, uint64_t *index);
 
 /* Overwrite the element at `index`. Returns 0, or -1: index not below the count, or array in sorted mode. */
@@ -81,7 +83,7 @@ ZT_ERRCOUNT ZR_array_ptr_remove(ZT_DT_ANY *array, uint64_t index, uint64_t *remo
  * readable for 16 bytes. */
 INT _ZR_array_ptr_check(ZT_DT_ANY *array);
 
-/* The low 32 bits of the address difference a - b: a comparator for elements that lie within 2 GiB of
+/* The low 32 bits of the address difference a - b: a comparator for elements that lie less than 2 GiB from
  * each other. Pointers a multiple of 4 GiB apart compare equal. */
 INT ZR_compare_pointers(LPVOID a, LPVOID b);
 

@@ -15,7 +15,8 @@
  * bookkeeping allocation.
  *
  * Threads: the manager takes no lock and all tags share one table. Serialise all calls of this family,
- * and those of the functions that allocate through it (array.h, OS_sys_path_concat).
+ * and those of the functions that allocate through it: array.h, and in os.h OS_sys_path_concat,
+ * OS_sync_cs_allocate and OS_sync_cs_free.
  */
 #ifndef FOUNDATION_MEMORY_H
 #define FOUNDATION_MEMORY_H
@@ -35,8 +36,10 @@ extern "C" {
 /* Does nothing; the manager is ready when the library is loaded. */
 void ZR_mem_init(void);
 
-/* Draw a fresh tag: 0x10000000 in the first call of the process, then one more each time. Never fails.
- * Call number 2^28 + 1 and those after it repeat earlier tags; nothing guards against that. */
+/* Draw a fresh tag: 0x10000000 in the first call of the process, then one more each time; the library
+ * draws one in every OS_sys_path_concat. Never fails. The number of the call, from 0, is joined with
+ * ZR_MEMM_UNIQUE_TAG_BIT, so calls 2^28 + 1 to 2^29 repeat the tags of the first 2^28; nothing guards
+ * against that. */
 uint64_t ZR_memm_unique_tag_get(const CHAR *file, INT line);
 
 /* Allocate `size` bytes and record the block under `tag`. A size of 0 is passed on to the heap.
@@ -44,7 +47,8 @@ uint64_t ZR_memm_unique_tag_get(const CHAR *file, INT line);
  * nothing is recorded and nothing is kept. */
 LPVOID ZR_memm_alloc(uint64_t tag, uint64_t size, const CHAR *file, INT line);
 
-/* Record `block`, which must come from malloc, calloc or realloc, under `tag` as `size` bytes.
+/* Record `block`, which must come from malloc, calloc or realloc, under `tag` as `size` bytes, no more
+ * than it has: ZR_memm_realloc copies by that size.
  * Returns the block, now the manager's, or null when `block` is null or the bookkeeping cannot be had;
  * then it stays the caller's. Nothing checks for duplicates: a block associated twice is recorded, and
  * would be released, twice. */
@@ -57,8 +61,9 @@ LPVOID ZR_memm_free(uint64_t tag, LPVOID block, const CHAR *file, INT line);
 /* Move `block`, recorded under `tag`, to a new block of `size` bytes, never in place. The smaller of the
  * recorded and the new size is copied. Returns the new block; or null with `block` untouched when it is
  * not recorded under that tag; or null with `block` RELEASED when the new one cannot be had: unlike
- * realloc, a failed resize loses the old block. A null `block` acts as an allocation when the tag has a
- * vacant slot among its records, and otherwise gives null. */
+ * realloc, a failed resize loses the old block. Where both may happen, ask ZR_memm_flags first. A null
+ * `block` acts as an allocation when the tag has a vacant slot among its records, and otherwise gives null.
+ */
 LPVOID ZR_memm_realloc(uint64_t tag, LPVOID block, uint64_t size, const CHAR *file, INT line);
 
 /* Give up the record of `block` under `tag` without releasing it; it becomes the caller's, to be
@@ -67,7 +72,7 @@ LPVOID ZR_memm_realloc(uint64_t tag, LPVOID block, uint64_t size, const CHAR *fi
 LPVOID ZR_memm_disassociate(uint64_t tag, LPVOID block);
 
 /* Release every block recorded under `tag`. Returns how many there were, or -1 for a tag without a
- * record; 0 is possible, see ZR_memm_free: a record can outlive its last block. */
+ * record. 0 is possible too: when a tag's blocks are freed one by one its record can outlive the last. */
 LONG ZR_memm_free_all(uint64_t tag);
 
 /* Returns ZR_MEMM_FLAG_RECORDED when `block` is recorded under `tag`, otherwise 0. `block` is not read. */

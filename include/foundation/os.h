@@ -157,7 +157,7 @@ INT OS_guid_to_string(const BYTE *guid, CHAR *text);
 /* ---- Threads: mode, critical sections, mutex identifiers, events ----
  *
  * The library has no link-time reference to any thread function. The first call of any function of this
- * section looks twelve of them up by name in the process and fixes the mode for the life of the process:
+ * section without _th or _emu looks twelve of them up by name in the process and fixes the mode for good:
  *   threaded   all twelve were found; every object is a real one of the platform
  *   emulated   one was missing; every object is a plain flag, nothing blocks, nothing protects
  * An object is used in the mode in which it was made.
@@ -168,7 +168,7 @@ INT OS_guid_to_string(const BYTE *guid, CHAR *text);
  *
  * Results: ZT_BOOL functions return 1 for success and 0 for failure; the mutex-identifier functions that
  * return ZT_ERRCOUNT give 0 for success and -4820 for failure. A null handle is a success that does
- * nothing, but for the free functions of threaded mode, which hand it to the platform's mutex
+ * nothing to an object, but for the free functions of threaded mode, which hand it to the platform's mutex
  * destruction all the same: do not free null there. Out-parameters must not be null unless said otherwise.
  *
  * Threaded creation of critical sections and mutex identifiers does not test its allocation before the
@@ -185,13 +185,15 @@ uintptr_t OS_current_thread_id_get_th(void);
 uintptr_t OS_current_thread_id_get_emu(void);
 
 /* Create a critical section whose record belongs to the memory tag `tag` (see memory.h: calls are serialised
- * with the memory manager's, and releasing the tag takes the record with it). `*section` receives it, or
- * null on failure. A threaded one is recursive: leave it as often as it was entered. */
+ * with the memory manager's, and releasing the tag takes the record with it: free the section before).
+ * `*section` receives it, or null on failure. A threaded one is recursive: leave it as often as it was
+ * entered. */
 ZT_BOOL OS_sync_cs_allocate(uint64_t tag, LPVOID *section);
 ZT_BOOL OS_sync_cs_allocate_th(uint64_t tag, LPVOID *section);
 ZT_BOOL OS_sync_cs_allocate_emu(uint64_t tag, LPVOID *section);
 
-/* Free a critical section of OS_sync_cs_allocate under the same tag. Always returns 1. */
+/* Free a critical section of OS_sync_cs_allocate under the tag it was made with (under another, a threaded
+ * one is destroyed and its record stays with its tag). Always returns 1. */
 ZT_BOOL OS_sync_cs_free(uint64_t tag, LPVOID section);
 ZT_BOOL OS_sync_cs_free_th(uint64_t tag, LPVOID section);
 ZT_BOOL OS_sync_cs_free_emu(uint64_t tag, LPVOID section);

@@ -12,8 +12,9 @@
  *   releasing mutexes, events (os.h)         handle
  *   mutex-identifier creation (os.h)         0                      -4820
  *   resolution conversion (util.h)           0                      -2445
- *   system services (os.h)                   the platform's own     null or -1; errno is left as the
- *                                            result, a length, 0    platform set it
+ *   system services (os.h)                   the platform's own     null or -1, and 0 where a function
+ *                                            result, a length, 0    says so; errno is left as the
+ *                                                                   platform set it
  */
 #ifndef FOUNDATION_TYPES_H
 #define FOUNDATION_TYPES_H
