@@ -56,13 +56,9 @@ LONG OS_sys_path_concat(const CHAR *directory, const CHAR *name, CHAR *output, U
     if (joined == nullptr)
         return 0;
 
-    memcpy(joined, directory, directory_length);
-    if (needs_separator)
-        joined[directory_length] = '/';
-    const uint64_t name_position = directory_length + (needs_separator ? 1 : 0);
-    memcpy(joined + name_position, name, name_length);
-    // From scratch, not from the arguments: either of them may lie in the output.
-    copy_limited(output, joined, name_position + name_length, limit);
+    OS_sprintf(joined, needs_separator ? "%s/%s" : "%s%s", directory, name);
+    const uint64_t joined_length = directory_length + name_length + (needs_separator ? 1 : 0);
+    copy_limited(output, joined, joined_length, limit);  // not before: either argument may lie in the output
     ZR_memm_free(tag, joined, SOURCE_NAME, __LINE__);
     return static_cast<LONG>(strlen(output));
 }

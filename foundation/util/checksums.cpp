@@ -2,8 +2,6 @@
 
 #include "foundation/util.h"
 
-#include <string.h>
-
 static_assert(sizeof(ZT_MD5_CONTEXT) == 104, "ZT_MD5_CONTEXT is ABI");
 static_assert(offsetof(ZT_MD5_CONTEXT, state) == 8 && offsetof(ZT_MD5_CONTEXT, buffer) == 24 &&
                   offsetof(ZT_MD5_CONTEXT, digest) == 88,
@@ -189,20 +187,15 @@ void MD5Init(ZT_MD5_CONTEXT *context)
     context->state[3] = 0x10325476;
 }
 
-// All input passes through the record's buffer, which therefore always holds the last bytes fed. A block
-// is compressed as soon as it is full, even by the last byte.
+// All input passes through the record's buffer byte by byte, so the buffer always holds the last bytes fed
+// and input may lie in the record itself. A block is compressed as soon as it is full, even by the last byte.
 void MD5Update(ZT_MD5_CONTEXT *context, const void *input, UINT length)
 {
     const BYTE *bytes = static_cast<const BYTE *>(input);
     UINT position = position_in_buffer(context);
     add_to_bit_count(context, length);
-    while (length != 0) {
-        const UINT room = BLOCK_BYTES - position;
-        const UINT taken = length < room ? length : room;
-        memcpy(context->buffer + position, bytes, taken);
-        bytes += taken;
-        length -= taken;
-        position += taken;
+    for (UINT i = 0; i < length; ++i) {
+        context->buffer[position++] = bytes[i];
         if (position == BLOCK_BYTES) {
             compress_buffer(context);
             position = 0;

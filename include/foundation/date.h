@@ -42,8 +42,8 @@ extern const CHAR *const _Mon[12];
 
 /* A coarse key of a DATE text, for comparing: 356 (not 365) for each year since 1900, 30 for each month
  * before, and the day. The last days of December come out above the 1st of January, and the 31st of a month
- * equals the next 1st. The month is told from as few letters as tell the twelve apart; an unknown one counts
- * as December. Reads characters 0 to 10; the length is not tested. */
+ * equals the next 1st. The month is told from as few letters as tell the twelve apart; an unknown first
+ * letter counts as December. Reads characters 0 to 10; the length is not tested. */
 LONG cal_ord_ref_date_from_DATE(const CHAR *text);
 
 /* Read a DATE text into `date`. Returns 1; or 0, `date` untouched, for a text below eleven characters; or 0
@@ -58,7 +58,7 @@ ZT_BOOL convert_ZT_DATE_to_DATE(const ZT_DATE *date, CHAR *text);
 /* ---- Epoch seconds: since 1970-01-01 00:00:00 UTC, as a double ---- */
 
 /* Break epoch seconds down into a date and time of day, UTC, proleptic Gregorian. The fraction is cut off
- * toward zero. Times before 1601 give a meaningless record. */
+ * toward zero. Times before 1601 give a meaningless record; the year is kept modulo 65536. */
 void OS_epoch_to_date(ZT_DATETIME *record, double seconds);
 
 /* The current time, in whole seconds. Both names are offered. */
@@ -75,8 +75,10 @@ void OS_system_date_get(ZT_DATE *date);
 void OS_system_date_str_get(CHAR *text);
 
 /* Whole days from 1900-01-01 to `date`, a day or month out of range taken over into the next higher field.
- * Measured in local time to 23:00 of the day, so that changes of the local offset of less than 23 hours do
- * not show. Meaningless where the platform cannot convert the date. */
+ * Measured in local time, without daylight saving, from 00:00 of the first day to 23:00 of the other, and
+ * truncated toward zero. So an offset from UTC that is up to 23 hours further east on `date` than it was in
+ * 1900 does not show, but one that is an hour or more further west counts as one day more; and 1899-12-31
+ * gives 0. Meaningless where the platform cannot convert the date. */
 LONG OS_ref_day_count_get(const ZT_DATE *date);
 
 #ifdef __cplusplus

@@ -29,12 +29,14 @@ extern "C" {
 
 /* ---- Modules, paths and the process ---- */
 
-/* Load a shared object (dlopen with RTLD_LAZY). A null `name` gives the process image, through which the
- * symbols of everything already loaded can be looked up. Returns its handle, or null. */
+/* Load a shared object (dlopen with RTLD_LAZY). A name without "/" is searched for as this library's own
+ * dependencies would be, so the host's run path does not count. A null `name` gives the process image,
+ * through which the symbols of the program and of all that it was linked with can be looked up, but not
+ * those of modules that this function loaded. Returns a handle, or null. */
 LPVOID OS_sys_module_load(const CHAR *name);
 
 /* Look `symbol` up in a module. Returns its address; null when it is not found or `symbol` is null. A null
- * `module` searches the default scope of the process. */
+ * `module` searches the default scope of this library. */
 LPVOID OS_sys_sym_get(LPVOID module, const CHAR *symbol);
 
 /* Give a module handle back (dlclose). Returns 0 on success, another value on failure. */

@@ -26,7 +26,7 @@
 extern "C" {
 #endif
 
-typedef char CHAR;     /* 1 byte, signed; plain `char`, so that literals and libc texts fit */
+typedef char CHAR;     /* 1 byte; plain `char`, so that literals fit. Signed: no -funsigned-char */
 typedef uint8_t BYTE;  /* 1 byte, unsigned  */
 typedef int16_t SHORT; /* 2 bytes, signed   */
 typedef uint16_t WORD; /* 2 bytes, unsigned */

@@ -69,12 +69,13 @@ int64_t mm_qword_swap(int64_t value);
 
 /* ---- Text ---- */
 
-/* Write `value` with `precision` decimals to `buffer`, unbounded: room for a sign, ten digits, the point,
- * `precision` digits and a terminator. Half a unit of the last digit is added whatever the sign, and the
- * rest is cut off, so negative values are rounded upward (-7.0 with 3 decimals gives "-6.999") and those
- * above -1 lose their sign. A precision below 1 prints the whole number; a negative one first adds half
- * of 10 to its magnitude (12.3 with -1 gives "17"). Above 9 decimals the fraction overflows; whatever is
- * outside the 32-bit range becomes -2147483648. Returns the number of characters written. */
+/* Write `value` with `precision` decimals to `buffer`, unbounded: give it 24 bytes, or 13 + `precision` for
+ * a precision above 11. Half a unit of the last digit is added whatever the sign, and the rest is cut off:
+ * negative values are rounded upward (-7.0 with 3 decimals gives "-6.999") and lose their sign where the
+ * whole number comes out as 0. A precision below 1 prints the whole number alone; a negative one first
+ * adds 5 for -1, 50 for -2 and so on (12.3 with -1 gives "17"). A whole number or fraction outside the
+ * 32-bit range, as most fractions of more than 9 decimals are, becomes -2147483648.
+ * Returns the number of characters written. */
 INT Bsu_double_to_string(INT precision, CHAR *buffer, double value);
 
 /* Change A-Z to a-z, or a-z to A-Z, in place; every other byte stays, and no locale is consulted. Texts of
@@ -109,7 +110,7 @@ typedef struct ZT_MD5_CONTEXT {
 /* Begin a digest. `buffer` and `digest` are left as they are. */
 void MD5Init(ZT_MD5_CONTEXT *context);
 
-/* Feed `length` bytes, which must not overlap the record. A length of 0 reads nothing, null allowed. */
+/* Feed `length` bytes. A length of 0 reads nothing, null allowed. */
 void MD5Update(ZT_MD5_CONTEXT *context, const void *input, UINT length);
 
 /* Finish: the digest is then in `context->digest`, its first byte first. The record is not wiped. */
