@@ -471,15 +471,16 @@ search_result search_binary(const ZT_ARRAY_PTR &array, LPVOID key)
     }
 }
 
-search_result search(const ZT_ARRAY_PTR &array, LPVOID key)
+// Finds nothing without an array.
+search_result search(const ZT_ARRAY_PTR *array, LPVOID key)
 {
-    if (array.count == 0)
+    if (array == nullptr || array->count == 0)
         return {false, 0};
-    if (array.sorted == 0)
-        return search_linear(array, key);  // requires a comparator; none is not noticed
-    if (array.compare == nullptr)
+    if (array->sorted == 0)
+        return search_linear(*array, key);  // requires a comparator; none is not noticed
+    if (array->compare == nullptr)
         return {false, 0};
-    return search_binary(array, key);
+    return search_binary(*array, key);
 }
 
 void take_out(ZT_ARRAY_PTR *array, uint64_t index, bool keep_order)
@@ -569,9 +570,7 @@ ZT_ERRCOUNT ZR_array_ptr_get(ZT_DT_ANY *handle, uint64_t index, LPVOID *element)
 ZT_ERRCOUNT ZR_array_ptr_find(ZT_DT_ANY *handle, LPVOID key, LPVOID *element)
 {
     const ZT_ARRAY_PTR *array = array_behind(handle);
-    if (array == nullptr)
-        return REFUSED;
-    const search_result match = search(*array, key);
+    const search_result match = search(array, key);
     if (!match.is_found)
         return REFUSED;
     store_if_wanted(element, array->slots[match.index]);
@@ -580,10 +579,7 @@ ZT_ERRCOUNT ZR_array_ptr_find(ZT_DT_ANY *handle, LPVOID key, LPVOID *element)
 
 ZT_ERRCOUNT ZR_array_ptr_index_get(ZT_DT_ANY *handle, LPVOID key, uint64_t *index)
 {
-    const ZT_ARRAY_PTR *array = array_behind(handle);
-    if (array == nullptr)
-        return REFUSED;
-    const search_result match = search(*array, key);
+    const search_result match = search(array_behind(handle), key);
     if (!match.is_found)
         return REFUSED;
     store_if_wanted(index, match.index);

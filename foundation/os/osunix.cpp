@@ -764,7 +764,7 @@ INT OS_guid_to_string(const BYTE *guid, CHAR *text)
 {
     if (guid == nullptr || text == nullptr)
         return -1;
-    for (UINT i = 0; i < GUID_BYTES; ++i)
+    for (uint64_t i = 0; i < GUID_BYTES; ++i)
         OS_sprintf(text + 2 * i, "%02x", guid[i]);
     return 0;
 }

@@ -135,9 +135,9 @@ UINT load_little_endian(const BYTE bytes[4])
            static_cast<UINT>(bytes[3]) << 24;
 }
 
-void load_words(UINT words[], const BYTE bytes[], UINT word_count)
+void load_words(UINT words[], const BYTE bytes[], uint64_t word_count)
 {
-    for (UINT i = 0; i < word_count; ++i)
+    for (uint64_t i = 0; i < word_count; ++i)
         words[i] = load_little_endian(bytes + 4 * i);
 }
 
@@ -217,6 +217,6 @@ void MD5Final(ZT_MD5_CONTEXT *context)
     block[15] = message_bits[1];
     Transform(context->state, block);
 
-    for (int i = 0; i < 4; ++i)
+    for (uint64_t i = 0; i < 4; ++i)
         store_little_endian(context->digest + 4 * i, context->state[i]);
 }
