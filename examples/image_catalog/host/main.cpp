@@ -1,0 +1,151 @@
+// image_catalog: a table of image files, made with the foundation library and four companion modules.
+
+#include "catalog_memory.h"
+#include "catalogue.h"
+#include "folder_walk.h"
+#include "foundation/util.h"
+#include "image_file.h"
+#include "options.h"
+#include "report.h"
+#include "text_output.h"
+#include "work_crew.h"
+
+namespace {
+
+constexpr INT STATUS_GOOD = 0;
+constexpr INT STATUS_PROBLEM = 1;
+constexpr INT STATUS_REFUSED = 2;
+
+constexpr INT STANDARD_OUTPUT = 1;
+
+INT report_failure(const CHAR *reason)
+{
+    OS_message_box("image_catalog", reason);
+    return STATUS_PROBLEM;
+}
+
+INT print(const CHAR *text)
+{
+    text_output output;
+    output_open(output, STANDARD_OUTPUT);
+    output_text(output, text);
+    return output_flush(output) ? STATUS_GOOD : report_failure("standard output cannot be written");
+}
+
+INT print_version()
+{
+    CHAR line[128];
+    OS_sprintf(line, "image_catalog %s (foundation library built %s)\n", IMAGE_CATALOG_VERSION,
+               iQV_version_compile_date());
+    return print(line);
+}
+
+// The objects of a run, each null until it is made.
+struct run {
+    uint64_t tag;
+    uint64_t catalogue_tag;
+    catalogue *files;
+    image_reader reader;
+    work_crew *crew;
+};
+
+uint64_t job_count(const options &given)
+{
+    if (OS_threads_support() == 0)
+        return 1;
+    return given.jobs != 0 ? given.jobs : static_cast<uint64_t>(OS_processor_count());
+}
+
+bool open_run(run &objects, const options &given)
+{
+    objects = {};
+    objects.tag = memory_tag();
+    objects.catalogue_tag = memory_tag();
+    objects.files = catalogue_open(objects.catalogue_tag);
+    objects.reader.modules = modules_open(objects.tag);
+    if (objects.files == nullptr || objects.reader.modules == nullptr ||
+        OS_mutex_ID_allocate(&objects.reader.large_files) != 0)
+        return false;
+    objects.crew = crew_open(objects.tag, objects.files, objects.reader, job_count(given));
+    return objects.crew != nullptr;
+}
+
+void read_all(const run &objects, const options &given)
+{
+    for (INT i = 0; i < given.argument_count; ++i)
+        if (given.arguments[i] != nullptr)
+            walk_path(given.arguments[i], objects.crew, objects.files);
+    crew_finish(objects.crew);
+}
+
+INT report_all(const catalogue *files, bool as_json)
+{
+    INT status = STATUS_GOOD;
+    if (!(as_json ? report_json(files) : report_table(files)))
+        status = report_failure("the catalogue cannot be written to standard output");
+    if (!report_problems(files))
+        status = STATUS_PROBLEM;
+    if (catalogue_count(files).lost != 0)
+        status = report_failure("out of memory: entries are missing");
+    return status;
+}
+
+void close_run(run &objects)
+{
+    if (objects.reader.large_files != nullptr)
+        OS_mutex_ID_free(objects.reader.large_files);
+    if (objects.reader.modules != nullptr)
+        modules_close(objects.reader.modules);
+    memory_free_all(objects.tag);
+    if (objects.files != nullptr)
+        catalogue_close(objects.files);
+    memory_free_all(objects.catalogue_tag);
+}
+
+INT make_catalogue(const options &given)
+{
+    run objects;
+    INT status = STATUS_PROBLEM;
+    if (open_run(objects, given)) {
+        read_all(objects, given);
+        status = report_all(objects.files, given.as_json);
+    } else {
+        report_failure("out of memory");
+    }
+    close_run(objects);
+    return status;
+}
+
+INT report_leak(LONG blocks)
+{
+    CHAR reason[64];
+    OS_sprintf(reason, "%lld blocks of memory were never released", static_cast<long long>(blocks));
+    return report_failure(reason);
+}
+
+INT run_with_memory(const options &given)
+{
+    if (!memory_open())
+        return report_failure("out of memory");
+    const INT status = make_catalogue(given);
+    const LONG leaked_blocks = memory_close();
+    return leaked_blocks == 0 ? status : report_leak(leaked_blocks);
+}
+
+}  // namespace
+
+int main(int argument_count, char **arguments)
+{
+    const options given = read_options(argument_count, arguments);
+    switch (given.wanted) {
+    case action::help:
+        return print(help_text);
+    case action::version:
+        return print_version();
+    case action::refuse:
+        return STATUS_REFUSED;
+    case action::catalogue:
+        break;
+    }
+    return run_with_memory(given);
+}

@@ -1,0 +1,16 @@
+// The companion modules, each loaded when the first file of its kind turns up.
+#pragma once
+
+#include "image_kind.h"
+#include "image_module.h"
+
+struct module_set;
+
+// Null when there is no memory.
+module_set *modules_open(uint64_t tag);
+// Unload what was loaded. The set itself goes with its tag.
+void modules_close(module_set *modules);
+
+// The reading function of the module for `kind`; null, with a reason in `facts`, when it is not to be had.
+// Threads: may be called from any.
+IMAGE_MODULE_READ modules_reader(module_set *modules, image_kind kind, IMAGE_FACTS &facts);
