@@ -1,0 +1,240 @@
+#include "support/heap_trace.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <new>
+#include <ostream>
+
+#if defined(__has_feature)
+#define BUILT_FOR(sanitizer) __has_feature(sanitizer)
+#else
+#define BUILT_FOR(sanitizer) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || BUILT_FOR(address_sanitizer) ||         \
+    BUILT_FOR(thread_sanitizer)
+#define HAS_SANITIZER_HEAP 1
+#else
+#define HAS_SANITIZER_HEAP 0
+#endif
+
+// Where calls are passed on to. A sanitizer's run-time library offers its family under a second name, be it
+// linked statically or dynamically, and so does the C library. Both are bound at link time: a search with
+// dlsym would need a heap itself, and would miss a static sanitizer.
+#if HAS_SANITIZER_HEAP
+#define NEXT(function) __interceptor_##function
+#else
+#define NEXT(function) __libc_##function
+#endif
+
+extern "C" {
+void *NEXT(malloc)(size_t size);
+void *NEXT(calloc)(size_t count, size_t size);
+void *NEXT(realloc)(void *block, size_t size);
+void NEXT(free)(void *block);
+}
+
+namespace {
+
+// Fixed storage, for a record of a heap call must not need the heap.
+constexpr size_t LOG_CAPACITY = 1 << 17;
+heap_call call_log[LOG_CAPACITY];
+size_t logged_calls;
+unsigned logged_allocations;
+
+enum class refusal { NONE, ONE, ALL } refusing = refusal::NONE;
+unsigned allocations_before_refusal;
+
+thread_local bool is_recording;  // true in the thread that made the trace, while there is one
+
+[[noreturn]] void give_up(const char *text, size_t length)
+{
+    if (write(STDERR_FILENO, text, length) < 0)
+        _exit(127);
+    abort();
+}
+
+void record(heap_call::kind_of_call kind, size_t size, void *block, void *old_block)
+{
+    static constexpr char FULL[] = "heap_trace: too many heap calls, clear the trace now and then\n";
+    if (logged_calls == LOG_CAPACITY)
+        give_up(FULL, sizeof FULL - 1);
+    call_log[logged_calls++] = {kind, size, block, old_block};
+}
+
+bool is_refused()
+{
+    switch (refusing) {
+    case refusal::NONE:
+        return false;
+    case refusal::ALL:
+        return true;
+    case refusal::ONE:
+        break;
+    }
+    if (allocations_before_refusal-- != 0)
+        return false;
+    refusing = refusal::NONE;
+    return true;
+}
+
+template <typename Allocate>
+void *record_allocation(heap_call::kind_of_call kind, size_t size, void *old_block, Allocate allocate)
+{
+    ++logged_allocations;
+    void *block = nullptr;
+    if (is_refused())
+        errno = ENOMEM;
+    else
+        block = allocate();
+    record(kind, size, block, old_block);
+    return block;
+}
+
+// The log is empty and nothing is refused before and after every trace.
+void reset()
+{
+    logged_calls = 0;
+    logged_allocations = 0;
+    refusing = refusal::NONE;
+}
+
+}  // namespace
+
+// The four functions are called before a sanitizer has set itself up, hence run without its instrumentation;
+// what they call while recording need not.
+#if defined(__clang__)
+#define BEFORE_SANITIZER __attribute__((disable_sanitizer_instrumentation))
+#else
+#define BEFORE_SANITIZER __attribute__((no_sanitize_address, no_sanitize_thread, no_sanitize_undefined))
+#endif
+
+extern "C" BEFORE_SANITIZER void *malloc(size_t size) noexcept
+{
+    if (!is_recording)
+        return NEXT(malloc)(size);
+    return record_allocation(heap_call::MALLOC, size, nullptr, [=] { return NEXT(malloc)(size); });
+}
+
+extern "C" BEFORE_SANITIZER void *calloc(size_t count, size_t size) noexcept
+{
+    if (!is_recording)
+        return NEXT(calloc)(count, size);
+    return record_allocation(heap_call::CALLOC, count * size, nullptr,
+                             [=] { return NEXT(calloc)(count, size); });
+}
+
+extern "C" BEFORE_SANITIZER void *realloc(void *block, size_t size) noexcept
+{
+    if (!is_recording)
+        return NEXT(realloc)(block, size);
+    return record_allocation(heap_call::REALLOC, size, block, [=] { return NEXT(realloc)(block, size); });
+}
+
+extern "C" BEFORE_SANITIZER void free(void *block) noexcept
+{
+    if (is_recording)
+        record(heap_call::FREE, 0, block, nullptr);
+    NEXT(free)(block);
+}
+
+// The operators of C++ go past the record, so that what a test itself allocates does not show. A sanitizer
+// brings operators of its own, which never come here.
+#if !HAS_SANITIZER_HEAP
+void *operator new(size_t size)
+{
+    void *block = NEXT(malloc)(size);
+    static constexpr char EXHAUSTED[] = "heap_trace: operator new failed\n";
+    if (block == nullptr)
+        give_up(EXHAUSTED, sizeof EXHAUSTED - 1);
+    return block;
+}
+
+void operator delete(void *block) noexcept
+{
+    NEXT(free)(block);
+}
+
+void operator delete(void *block, size_t) noexcept
+{
+    NEXT(free)(block);
+}
+#endif
+
+std::ostream &operator<<(std::ostream &out, const heap_call &call)
+{
+    switch (call.kind) {
+    case heap_call::MALLOC:
+        return out << "malloc(" << call.size << ") = " << call.block;
+    case heap_call::CALLOC:
+        return out << "calloc(" << call.size << ") = " << call.block;
+    case heap_call::REALLOC:
+        return out << "realloc(" << call.old_block << ", " << call.size << ") = " << call.block;
+    case heap_call::FREE:
+        break;
+    }
+    return out << "free(" << call.block << ")";
+}
+
+heap_trace::heap_trace()
+{
+    reset();
+    is_recording = true;
+}
+
+heap_trace::~heap_trace()
+{
+    is_recording = false;
+    reset();
+}
+
+void heap_trace::refuse_allocation(unsigned n)
+{
+    refusing = refusal::ONE;
+    allocations_before_refusal = n;
+}
+
+void heap_trace::refuse_all_allocations()
+{
+    refusing = refusal::ALL;
+}
+
+void heap_trace::allow_allocations()
+{
+    refusing = refusal::NONE;
+}
+
+std::vector<heap_call> heap_trace::calls() const
+{
+    return {call_log, call_log + logged_calls};
+}
+
+void heap_trace::clear()
+{
+    logged_calls = 0;
+    logged_allocations = 0;
+}
+
+unsigned heap_trace::allocation_count() const
+{
+    return logged_allocations;
+}
+
+std::vector<void *> heap_trace::unreleased_blocks() const
+{
+    std::vector<void *> blocks;
+    for (const heap_call &call : calls()) {
+        void *released = nullptr;
+        if (call.kind == heap_call::FREE)
+            released = call.block;
+        else if (call.kind == heap_call::REALLOC && call.block != nullptr)
+            released = call.old_block;
+        blocks.erase(std::remove(blocks.begin(), blocks.end(), released), blocks.end());
+        if (call.kind != heap_call::FREE && call.block != nullptr)
+            blocks.push_back(call.block);
+    }
+    return blocks;
+}
