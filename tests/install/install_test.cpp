@@ -1,0 +1,106 @@
+// The library built and installed afresh, and projects that use what was installed.
+
+#include "support/build_facts.h"
+#include "support/files.h"
+#include "support/nested_build.h"
+#include "support/scratch_directory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr char CONSUMER_OUTPUT[] = "libQVutil17.so cbf43926\n";
+
+std::set<std::string> files_below(const std::string &directory)
+{
+    std::set<std::string> files;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory))
+        if (!entry.is_directory())
+            files.insert(std::filesystem::relative(entry.path(), directory).string());
+    return files;
+}
+
+class Installation : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        scratch = std::make_unique<scratch_directory>();
+        configure_and_build(
+            SOURCE_DIRECTORY, build(),
+            {"-DBUILD_TESTING=OFF", "-DCMAKE_INSTALL_LIBDIR=lib", "-DCMAKE_INSTALL_PREFIX=" + prefix()});
+        const child_result installed = run_cmake({"--install", build()});
+        ASSERT_TRUE(installed.succeeded()) << installed.describe();
+    }
+    static void TearDownTestSuite() { scratch.reset(); }
+
+    static std::string build() { return scratch->file("build"); }
+    static std::string prefix() { return scratch->file("prefix"); }
+    static std::string consumer_source() { return std::string(SOURCE_DIRECTORY) + "/tests/install/consumer"; }
+
+    static std::unique_ptr<scratch_directory> scratch;
+};
+
+std::unique_ptr<scratch_directory> Installation::scratch;
+
+}  // namespace
+
+TEST_F(Installation, IsTheLibraryTheHeadersAndTheTwoPackageDescriptions)
+{
+    std::set<std::string> expected = {
+        "lib/libQVfoundation17.so",
+        "lib/pkgconfig/QVfoundation17.pc",
+        "lib/cmake/QVfoundation/QVfoundationConfig.cmake",
+        "lib/cmake/QVfoundation/QVfoundationConfigVersion.cmake",
+        "lib/cmake/QVfoundation/QVfoundationTargets.cmake",
+        "lib/cmake/QVfoundation/QVfoundationTargets-release.cmake",
+    };
+    for (const std::string &header : files_below(std::string(SOURCE_DIRECTORY) + "/include"))
+        expected.insert("include/" + header);
+    EXPECT_EQ(files_below(prefix()), expected);
+}
+
+TEST_F(Installation, WithoutABuildTypeIsARelease)
+{
+    const std::string cache = content_of(build() + "/CMakeCache.txt");
+    EXPECT_NE(cache.find("CMAKE_BUILD_TYPE:STRING=Release\n"), std::string::npos);
+}
+
+TEST_F(Installation, WithoutTestsBuildsTheLibraryAlone)
+{
+    EXPECT_FALSE(std::filesystem::exists(build() + "/tests"));
+    EXPECT_FALSE(std::filesystem::exists(build() + "/examples"));
+}
+
+TEST_F(Installation, ServesAProjectThatUsesFindPackage)
+{
+    const std::string consumer_build = scratch->file("consumer");
+    configure_and_build(consumer_source(), consumer_build, {"-DCMAKE_PREFIX_PATH=" + prefix()});
+    const child_result result = run_command({consumer_build + "/consumer"});
+    EXPECT_TRUE(result.succeeded()) << result.describe();
+    EXPECT_EQ(result.out, CONSUMER_OUTPUT);
+}
+
+TEST_F(Installation, ServesACompilerCallThatUsesPkgConfig)
+{
+    if (!run_command({"pkg-config", "--version"}).succeeded())
+        GTEST_SKIP() << "pkg-config is not installed";
+    const child_result flags = run_command({"pkg-config", "--cflags", "--libs", "QVfoundation17"},
+                                           {"PKG_CONFIG_PATH=" + prefix() + "/lib/pkgconfig"});
+    ASSERT_TRUE(flags.succeeded()) << flags.describe();
+    const std::string program = scratch->file("pkg_config_consumer");
+    std::vector<std::string> command_line = {CXX_COMPILER, consumer_source() + "/consumer.cpp", "-o",
+                                             program};
+    for (const std::string &flag : words_of(flags.out))
+        command_line.push_back(flag);
+    const child_result built = run_command(command_line);
+    ASSERT_TRUE(built.succeeded()) << built.describe();
+    const child_result result = run_command({program}, {"LD_LIBRARY_PATH=" + prefix() + "/lib"});
+    EXPECT_TRUE(result.succeeded()) << result.describe();
+    EXPECT_EQ(result.out, CONSUMER_OUTPUT);
+}
