@@ -349,6 +349,14 @@ TEST(PathConcat, DrawsOneFreshTagPerCall)
     EXPECT_EQ(ZR_memm_unique_tag_get(nullptr, 0), first + 5);
 }
 
+TEST(PathConcat, LeavesErrnoAlone)
+{
+    CHAR output[16] = {};
+    errno = SENTINEL_ERRNO;
+    OS_sys_path_concat("a", "b", output, 15);
+    EXPECT_EQ(errno, SENTINEL_ERRNO);
+}
+
 TEST(PathConcat, KeepsNothingUnderItsTag)
 {
     ZR_memm_cleanup();
