@@ -222,6 +222,7 @@ LONG OS_ref_day_count_get(const ZT_DATE *date)
     struct tm reference = {};
     reference.tm_mday = 1;
 
-    const double seconds = difftime(mktime(&day), mktime(&reference));
-    return truncate_to_int64(seconds / 60 / 60 / 24);
+    const time_t day_time = mktime(&day);  // one after the other: hosts see the order of the platform's calls
+    const time_t reference_time = mktime(&reference);
+    return truncate_to_int64(difftime(day_time, reference_time) / 60 / 60 / 24);
 }

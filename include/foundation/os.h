@@ -280,6 +280,7 @@ ZT_BOOL OS_wait_for_event_emu(LPVOID event);
  * this name receives the library's report in its place. */
 void OS_debug_output(const CHAR *format, ...) FOUNDATION_PRINTF_LIKE(1, 2);
 
+/* Does nothing: this platform has no message queue to serve. */
 void OS_message_queue_refresh(void);
 
 /* Always 0. */

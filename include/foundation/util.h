@@ -96,7 +96,9 @@ uint64_t ZR_util_CRC_calc(const void *data, uint64_t length);
 
 /* ---- MD5 (RFC 1321) ----
  * MD5Init, MD5Update any number of times, MD5Final; then the digest stands in the record. Not fit for
- * security: collisions can be made at will. */
+ * security: collisions can be made at will. Other libraries export these three names too. A host that links
+ * one of them, such as libmd, names it in front of this library, or its own calls would end up here; this
+ * library's calls never leave it. */
 
 /* A running digest, the caller's. The library keeps no pointer to it. */
 typedef struct ZT_MD5_CONTEXT {

@@ -48,8 +48,8 @@ bool takes_dlopen_from_libdl()
     return matches(readelf("--dyn-syms"), " (dlopen)@GLIBC_2\\.2\\.5").size() == 1;
 }
 
-#define SKIP_IF_SANITIZED(reason) \
-    if (IS_SANITIZED)             \
+#define SKIP_IF_SANITIZED(reason)                                                                            \
+    if (IS_SANITIZED)                                                                                        \
     GTEST_SKIP() << reason
 
 }  // namespace

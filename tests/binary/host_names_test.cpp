@@ -62,8 +62,7 @@ protected:
     ~HostWithItsOwnNames() override { dlclose(library); }
 
     // The library's function, not the host's of the same name.
-    template <typename Function>
-    Function *in_library(const char *name, Function &)
+    template <typename Function> Function *in_library(const char *name, Function &)
     {
         return reinterpret_cast<Function *>(dlsym(library, name));
     }

@@ -16,8 +16,7 @@ libmd_digest digest_by(decltype(&MD5Init) init, decltype(&MD5Update) update, dec
     return digest;
 }
 
-template <typename Function>
-Function in(void *library, const char *name)
+template <typename Function> Function in(void *library, const char *name)
 {
     return reinterpret_cast<Function>(dlsym(library, name));
 }
@@ -32,9 +31,9 @@ libmd_digest digest_by_bound_functions(const std::string &text)
 libmd_digest digest_by_libmd(const std::string &text)
 {
     void *libmd = dlopen("libmd.so.0", RTLD_LAZY | RTLD_NOLOAD);
-    const libmd_digest digest = digest_by(in<decltype(&MD5Init)>(libmd, "MD5Init"),
-                                          in<decltype(&MD5Update)>(libmd, "MD5Update"),
-                                          in<decltype(&MD5Final)>(libmd, "MD5Final"), text);
+    const libmd_digest digest =
+        digest_by(in<decltype(&MD5Init)>(libmd, "MD5Init"), in<decltype(&MD5Update)>(libmd, "MD5Update"),
+                  in<decltype(&MD5Final)>(libmd, "MD5Final"), text);
     dlclose(libmd);
     return digest;
 }

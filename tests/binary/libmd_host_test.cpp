@@ -25,8 +25,7 @@ namespace {
 const libmd_digest digest_of_abc = {0x90, 0x01, 0x50, 0x98, 0x3c, 0xd2, 0x4f, 0xb0,
                                     0xd6, 0x96, 0x3f, 0x7d, 0x28, 0xe1, 0x7f, 0x72};
 
-template <typename Function>
-Function in(void *library, const char *name)
+template <typename Function> Function in(void *library, const char *name)
 {
     return reinterpret_cast<Function>(dlsym(library, name));
 }

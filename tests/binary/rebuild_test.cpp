@@ -68,7 +68,8 @@ std::string LibraryBuiltToBeFast::day_before_build, LibraryBuiltToBeFast::day_af
 
 TEST_F(LibraryBuiltToBeFast, PassesTheTestsOfTheOrdinaryOne)
 {
-    for (const char *program : {CONVERSIONS_TEST, CHECKSUMS_TEST, OSUNIX_TEST, OS_SYS_UNIX_TEST}) {
+    for (const char *program :
+         {CONVERSIONS_TEST, CHECKSUMS_TEST, DATES_TEST, OSUNIX_TEST, OS_SYS_UNIX_TEST}) {
         const std::string loaded = run_with_that_library(program, {"LD_TRACE_LOADED_OBJECTS=1"}).out;
         ASSERT_NE(loaded.find(library()), std::string::npos) << loaded;
         const child_result result = run_with_that_library(program);
@@ -80,6 +81,19 @@ TEST_F(LibraryBuiltToBeFast, HasTheBinaryFactsOfTheOrdinaryOne)
 {
     const child_result result = run_with_that_library(BINARY_TEST);
     EXPECT_TRUE(result.succeeded()) << result.describe();
+}
+
+// For a processor that has such instructions, whatever the one at hand is.
+TEST(LibraryBuiltForFusedArithmetic, HasNone)
+{
+    const scratch_directory scratch;
+    configure_and_build(SOURCE_DIRECTORY, scratch.path(),
+                        {"-DBUILD_TESTING=OFF", "-DCMAKE_CXX_FLAGS=-O3 -mfma -ffp-contract=fast"});
+    const child_result listing = run_command({OBJDUMP_PROGRAM, "-d", scratch.file(LIBRARY_FILE_NAME)});
+    ASSERT_TRUE(listing.succeeded()) << listing.describe();
+    EXPECT_NE(listing.out.find("vmulsd"), std::string::npos);  // the arithmetic is there, one by one
+    for (const char *fused : {"vfmadd", "vfmsub", "vfnmadd", "vfnmsub"})
+        EXPECT_EQ(listing.out.find(fused), std::string::npos) << fused;
 }
 
 TEST_F(LibraryBuiltToBeFast, CarriesTheDateOfItsBuild)

@@ -58,6 +58,14 @@ child_result catalog(const std::vector<std::string> &arguments,
     return run_program(IMAGE_CATALOG, arguments, environment);
 }
 
+// With `folder` as the current one, so that what is printed does not depend on where the project lies.
+child_result catalog_in(const std::string &folder, std::vector<std::string> arguments)
+{
+    arguments.insert(arguments.begin(),
+                     {"-c", "cd \"$1\" && shift && exec \"$@\"", "sh", folder, IMAGE_CATALOG});
+    return run_program("sh", arguments);
+}
+
 std::string join(const std::vector<std::string> &lines)
 {
     std::string text;
@@ -842,9 +850,9 @@ TEST_F(ImageCatalog, SaysTheSameInTheTableAndInJson)
 
 TEST_F(ImageCatalog, AlignsTheColumnsOfTheTable)
 {
-    const child_result run = catalog({SAMPLES});
+    const child_result run = catalog_in(SAMPLES, {"."});
     const std::vector<std::string> lines = lines_of(run.out);
-    ASSERT_GT(lines.size(), 3u);
+    ASSERT_GE(lines.size(), 12u);
     EXPECT_EQ(lines[0].rfind("Path ", 0), 0u);
     const std::string &rule = lines[1];
     EXPECT_EQ(rule.find_first_not_of("- "), std::string::npos);
@@ -854,6 +862,20 @@ TEST_F(ImageCatalog, AlignsTheColumnsOfTheTable)
             EXPECT_EQ(lines[i].size() > at ? lines[i].substr(at, 2) : "  ", "  ") << lines[i];
     for (const std::string &line : lines)
         EXPECT_FALSE(!line.empty() && line.back() == ' ') << "'" << line << "'";
+}
+
+// A column of paths is 72 wide at most; what is behind a longer path moves to the right in its row alone.
+TEST_F(ImageCatalog, LetsAVeryLongPathShiftItsOwnRowOnly)
+{
+    fs::copy_file(SAMPLES + "/screen.png", path("short.png"));
+    const std::string long_name = std::string(80, 'x') + ".png";
+    fs::copy_file(SAMPLES + "/screen.png", path(long_name));
+    const child_result run = catalog_in(scratch.path(), {"short.png", long_name});
+    const std::vector<std::string> lines = lines_of(run.out);
+    ASSERT_GE(lines.size(), 4u);
+    EXPECT_EQ(lines[0].find("Kind"), 74u);
+    EXPECT_EQ(lines[2].find(" png "), 73u);
+    EXPECT_EQ(lines[3].find(" png "), long_name.size() + 1);
 }
 
 TEST_F(ImageCatalog, PrintsValidJsonAndOneLineToARowForEveryName)

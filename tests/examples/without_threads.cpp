@@ -1,6 +1,7 @@
 // Linked into the catalogue's host program: the library does not find one of the thread functions, so that
 // the program has emulated synchronisation objects, and must do its work on the one thread it has.
 
+#include "support/sanitizers.h"
 #include "support/thread_functions.h"
 
 #include <pthread.h>
@@ -14,7 +15,7 @@ const bool is_hidden = (lookups.hide(thread_function::COND_INIT), true);
 }  // namespace
 
 // Sanitizers start a thread of their own.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !BUILT_FOR_ADDRESS_SANITIZER && !BUILT_FOR_THREAD_SANITIZER
 int pthread_create(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *) noexcept
 {
     abort();

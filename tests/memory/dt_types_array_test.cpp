@@ -10,6 +10,7 @@
 
 #include <limits.h>
 #include <string.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <random>
@@ -64,6 +65,13 @@ INT compare_tens(LPVOID a, LPVOID b)
 INT compare_to_extremes(LPVOID a, LPVOID b)
 {
     return value_of(a) < value_of(b) ? INT_MIN : value_of(a) > value_of(b) ? INT_MAX : 0;
+}
+
+// The first three comparisons find the key above; the fourth finds it, whatever the elements are.
+INT compare_until_the_fourth(LPVOID a, LPVOID b)
+{
+    compared_pairs.emplace_back(value_of(a), value_of(b));
+    return compared_pairs.size() < 4 ? 1 : 0;
 }
 
 INT compare_never_called(LPVOID, LPVOID)
@@ -971,6 +979,36 @@ TEST_F(PointerArray, BinarySearchFindsEveryElementAndNoOtherKey)
         }
         EXPECT_EQ(search(array, 10 * count + 5), UNWRITTEN);
     }
+}
+
+// A record made by hand over 2^31 + 2^28 slots, of which only those that are compared are ever touched. The
+// key is above each of them; the sum of the bounds passes 2^32 in the fourth comparison.
+TEST_F(PointerArray, BinarySearchAddsItsBoundsModulo2To32)
+{
+    constexpr uint64_t count = 0x90000000;
+    constexpr uint64_t middles[] = {0x47FFFFFF, 0x6BFFFFFF, 0x7DFFFFFF, 0x06FFFFFF};
+    constexpr int access = PROT_READ | PROT_WRITE;
+    void *reserved =
+        mmap(nullptr, count * SLOT_BYTES, access, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(reserved, MAP_FAILED);
+    ZT_ARRAY_PTR array = {sizeof array,
+                          ZR_ARRAY_PTR_MAGIC,
+                          TAG,
+                          count,
+                          count,
+                          1,
+                          static_cast<LPVOID *>(reserved),
+                          1,
+                          compare_until_the_fourth};
+    for (uintptr_t i = 0; i < 4; ++i)
+        array.slots[middles[i]] = element(i + 1);
+
+    compared_pairs.clear();
+    uint64_t index = UNWRITTEN;
+    EXPECT_EQ(ZR_array_ptr_index_get(reinterpret_cast<ZT_DT_ANY *>(&array), element(100), &index), 0);
+    EXPECT_EQ(index, middles[3]);
+    EXPECT_EQ(compared_pairs, (pair_list{{100, 1}, {100, 2}, {100, 3}, {100, 4}}));
+    munmap(reserved, count * SLOT_BYTES);
 }
 
 TEST_F(PointerArray, BinarySearchTakesWhicheverOfEqualElementsItMeetsFirst)

@@ -211,8 +211,7 @@ const std::vector<joining> joinings = {
     {std::string(3000, 'd'), std::string(70000, 'n'), std::string(3000, 'd') + "/" + std::string(70000, 'n')},
 };
 
-class Joining : public testing::TestWithParam<joining> {
-};
+class Joining : public testing::TestWithParam<joining> {};
 
 std::string index_name(const testing::TestParamInfo<joining> &info)
 {
@@ -511,10 +510,10 @@ TEST(CompoundName, TakesNoMemoryFromTheHeap)
 TEST(SystemReport, NamesEveryBaseTypeWithItsSizeInOrder)
 {
     const std::vector<report_line> expected = {
-        {"\nReport from usunix:\n", 0}, {"sizeof(CHAR)=%d,", 1},        {"sizeof(BYTE)=%d,", 1},
-        {"sizeof(LONG)=%d,", 8},        {"sizeof(INT)=%d,", 4},         {"sizeof(UINT)=%d,", 4},
-        {"sizeof(WORD)=%d,", 2},        {"sizeof(SHORT)=%d,", 2},       {"sizeof(ZT_BOOL)=%d,", 4},
-        {"sizeof(ZT_ERRCOUNT)=%d,", 4}, {"sizeof(ZT_MODE)=%d,", 8},     {"sizeof(LPVOID)=%d,", 8},
+        {"\nReport from usunix:\n", 0}, {"sizeof(CHAR)=%d,", 1},     {"sizeof(BYTE)=%d,", 1},
+        {"sizeof(LONG)=%d,", 8},        {"sizeof(INT)=%d,", 4},      {"sizeof(UINT)=%d,", 4},
+        {"sizeof(WORD)=%d,", 2},        {"sizeof(SHORT)=%d,", 2},    {"sizeof(ZT_BOOL)=%d,", 4},
+        {"sizeof(ZT_ERRCOUNT)=%d,", 4}, {"sizeof(ZT_MODE)=%d,", 8},  {"sizeof(LPVOID)=%d,", 8},
         {"sizeof(LPBYTE)=%d,", 8},      {"sizeof(LPWORD)=%d,\n", 8},
     };
     report.clear();

@@ -245,8 +245,12 @@ TEST(MemoryServices, MemsetFillsThatManyBytesAndReturnsTheDestination)
 
 TEST(MemoryServices, MemsetUsesOnlyTheLowEightBitsOfTheFillValue)
 {
-    for (const auto &[fill, expected] : {std::pair<INT, BYTE>{0x1ff, 0xff}, {0x100, 0}, {-1, 0xff},
-                                         {INT32_MIN, 0}, {INT32_MAX, 0xff}, {0x12345678, 0x78}}) {
+    for (const auto &[fill, expected] : {std::pair<INT, BYTE>{0x1ff, 0xff},
+                                         {0x100, 0},
+                                         {-1, 0xff},
+                                         {INT32_MIN, 0},
+                                         {INT32_MAX, 0xff},
+                                         {0x12345678, 0x78}}) {
         BYTE bytes[3] = {1, 1, 1};
         OS_memset(bytes, fill, sizeof bytes);
         for (const BYTE byte : bytes)
@@ -280,8 +284,8 @@ TEST(MemoryServices, CountsOf4GiBAndMoreAreTakenInFull)
     EXPECT_FALSE(run_in_child([&] { OS_memset(guarded_bytes(16).data(), 1, count); }).succeeded());
     EXPECT_FALSE(run_in_child([&] { OS_memcpy(guarded_bytes(16).data(), source, count); }).succeeded());
 
-    void *pages = mmap(nullptr, 2 * count, PROT_READ | PROT_WRITE,
-                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void *pages =
+        mmap(nullptr, 2 * count, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(pages, MAP_FAILED);
     BYTE *first = static_cast<BYTE *>(pages);
     BYTE *second = first + count;
@@ -468,10 +472,7 @@ protected:
     scratch_directory scratch;
     std::string path = scratch.file("file");
 
-    void write_file(const std::string &content)
-    {
-        std::ofstream(path, std::ios::binary) << content;
-    }
+    void write_file(const std::string &content) { std::ofstream(path, std::ios::binary) << content; }
     std::string file_content()
     {
         std::ifstream stream(path, std::ios::binary);
@@ -1013,9 +1014,14 @@ TEST(IdentifierSource, ThatCannotBeOpenedGivesZeroAndAZeroFilledBuffer)
 TEST(IdentifierSource, IsCutToTheBufferLessTheTerminator)
 {
     identifier_source source("0123456789\nsecond line\n");
-    for (const auto &[size, text] : {std::pair<UINT, std::string>{1, ""}, {2, "0"}, {5, "0123"},
-                                     {10, "012345678"}, {11, "0123456789"}, {12, "0123456789\n"},
-                                     {13, "0123456789\n"}, {40, "0123456789\n"}}) {
+    for (const auto &[size, text] : {std::pair<UINT, std::string>{1, ""},
+                                     {2, "0"},
+                                     {5, "0123"},
+                                     {10, "012345678"},
+                                     {11, "0123456789"},
+                                     {12, "0123456789\n"},
+                                     {13, "0123456789\n"},
+                                     {40, "0123456789\n"}}) {
         guarded_bytes buffer(size);
         memset(buffer.data(), 'x', size);
         EXPECT_EQ(readUUID(buffer.text(), size), 1);
@@ -1114,15 +1120,15 @@ TEST(HexadecimalPair, LooksAtTwoCharactersOnly)
 TEST(GuidCreation, StoresTheBytesInTheOrderOfTheText)
 {
     identifier_source source("01234567-89ab-cdef-fedc-ba9876543210\n");
-    EXPECT_EQ(create_guid(), (guid_bytes{0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef,
-                                         0xfe, 0xdc, 0xba, 0x98, 0x76, 0x54, 0x32, 0x10}));
+    EXPECT_EQ(create_guid(), (guid_bytes{0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef, 0xfe, 0xdc, 0xba,
+                                         0x98, 0x76, 0x54, 0x32, 0x10}));
 }
 
 TEST(GuidCreation, AcceptsUpperCaseAndAnySeparators)
 {
     identifier_source source("FFEEDDCC BBAAx9988_7766.554433221102");
-    EXPECT_EQ(create_guid(), (guid_bytes{0xff, 0xee, 0xdd, 0xcc, 0xbb, 0xaa, 0x99, 0x88,
-                                         0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11, 0x02}));
+    EXPECT_EQ(create_guid(), (guid_bytes{0xff, 0xee, 0xdd, 0xcc, 0xbb, 0xaa, 0x99, 0x88, 0x77, 0x66, 0x55,
+                                         0x44, 0x33, 0x22, 0x11, 0x02}));
 }
 
 TEST(GuidCreation, DeliversOnlyZeroesBehindTheFirstZeroByte)
@@ -1142,8 +1148,8 @@ TEST(GuidCreation, DeliversOnlyZeroesBehindTheFirstZeroByte)
 TEST(GuidCreation, ReadsWhatIsNoHexadecimalDigitAsTheStandardConversionDoes)
 {
     identifier_source source("7zf!A-42-b1b2-c1c2-d1d2-e1e2e3e4e5e6\n");
-    EXPECT_EQ(create_guid(), (guid_bytes{0x07, 0x0f, 0x0a, 0x42, 0xb1, 0xb2, 0xc1, 0xc2,
-                                         0xd1, 0xd2, 0xe1, 0xe2, 0xe3, 0xe4, 0xe5, 0xe6}));
+    EXPECT_EQ(create_guid(), (guid_bytes{0x07, 0x0f, 0x0a, 0x42, 0xb1, 0xb2, 0xc1, 0xc2, 0xd1, 0xd2, 0xe1,
+                                         0xe2, 0xe3, 0xe4, 0xe5, 0xe6}));
 }
 
 TEST(GuidCreation, FromAShortOrEmptySourceSucceedsWithZeroesForWhatIsMissing)

@@ -29,7 +29,7 @@ void settle_threaded_mode_with_fakes()
 const auto every_name = testing::Values(DISPATCHED_OPERATIONS, THREADED_OPERATIONS);
 
 class ThreadedCalls : public testing::TestWithParam<sync_operations> {
-  protected:
+protected:
     void SetUp() override { settle_threaded_mode_with_fakes(); }
 
     static const sync_operations &os() { return GetParam(); }
@@ -38,7 +38,7 @@ class ThreadedCalls : public testing::TestWithParam<sync_operations> {
 // ---- Creation and release of what is one mutex: both critical sections and mutex identifiers
 
 class ThreadedLock : public testing::TestWithParam<operations_and_kind> {
-  protected:
+protected:
     void SetUp() override { settle_threaded_mode_with_fakes(); }
 
     static const sync_operations &os() { return std::get<0>(GetParam()); }
@@ -301,7 +301,7 @@ TEST_P(ThreadedCalls, TheThreadIdentifierIsThePlatformsUnchanged)
 // ---- Opening and releasing a mutex identifier
 
 class ThreadedMutexIdentifier : public ThreadedCalls {
-  protected:
+protected:
     void SetUp() override
     {
         ThreadedCalls::SetUp();
@@ -358,7 +358,7 @@ TEST_P(ThreadedMutexIdentifier, ThatIsNullOpensANullHandleWhichReleases)
 // ---- Events
 
 class ThreadedEvent : public ThreadedCalls {
-  protected:
+protected:
     void SetUp() override
     {
         ThreadedCalls::SetUp();

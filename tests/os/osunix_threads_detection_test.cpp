@@ -121,7 +121,7 @@ TEST(ThreadDetection, IsEmulatedWhereANameIsMissingAndTheProcessImageCannotBeOpe
 // ---- One name missing
 
 class OneNameMissing : public testing::TestWithParam<size_t> {
-  protected:
+protected:
     static thread_function missing() { return static_cast<thread_function>(GetParam()); }
     static const char *missing_name() { return thread_function_names[GetParam()]; }
 };

@@ -36,7 +36,7 @@ UINT &flag_of(LPVOID record)
 }
 
 class EmulatedMode : public testing::TestWithParam<sync_operations> {
-  protected:
+protected:
     void SetUp() override { settle_mode(); }
 
     static const sync_operations &os() { return GetParam(); }
@@ -52,7 +52,7 @@ TEST_P(EmulatedMode, TheThreadIdentifierIsAlwaysOne)
 // ---- Creation and release of all objects that are one flag
 
 class EmulatedLock : public testing::TestWithParam<operations_and_kind> {
-  protected:
+protected:
     void SetUp() override { settle_mode(); }
 
     static const lock_kind &kind() { return std::get<1>(GetParam()); }

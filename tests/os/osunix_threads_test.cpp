@@ -2,6 +2,7 @@
 
 #include "foundation/os.h"
 #include "support/child_process.h"
+#include "support/sanitizers.h"
 #include "support/sync_operations.h"
 
 #include <errno.h>
@@ -20,14 +21,8 @@
 #include <tuple>
 #include <vector>
 
-#if defined(__has_feature)
-#define BUILT_FOR(sanitizer) __has_feature(sanitizer)
-#else
-#define BUILT_FOR(sanitizer) 0
-#endif
-
 // A release by a thread that does not own the mutex is tested below; ThreadSanitizer takes it for a mistake.
-#if defined(__SANITIZE_THREAD__) || BUILT_FOR(thread_sanitizer)
+#if BUILT_FOR_THREAD_SANITIZER
 extern "C" const char *__tsan_default_suppressions()
 {
     return "mutex:OS_mutex_release";
@@ -38,7 +33,7 @@ namespace {
 
 // Threads that begin together and are waited for at the end of their scope.
 class crew {
-  public:
+public:
     explicit crew(unsigned size) : size_(size), kernel_ids_(size) {}
     ~crew() { join(); }
 
@@ -74,7 +69,7 @@ class crew {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 
-  private:
+private:
     static bool is_asleep(long kernel_id)
     {
         std::ifstream file("/proc/self/task/" + std::to_string(kernel_id) + "/stat");
@@ -138,7 +133,7 @@ TEST(ThreadedProcess, ObjectsMadeByTheFirstCallsOfSeveralThreadsWork)
 // ---- Thread identifier
 
 class RealThreads : public testing::TestWithParam<sync_operations> {
-  protected:
+protected:
     void SetUp() override { ASSERT_EQ(OS_threads_support(), 1U); }
 
     static const sync_operations &os() { return GetParam(); }
@@ -170,7 +165,7 @@ TEST_P(RealThreads, HaveThePlatformsIdentifierEachItsOwn)
 // ---- Locks: both critical sections and mutex identifiers
 
 class RealLock : public testing::TestWithParam<operations_and_kind> {
-  protected:
+protected:
     void SetUp() override
     {
         ASSERT_EQ(OS_threads_support(), 1U);
@@ -296,7 +291,7 @@ TEST_P(RealThreads, CannotReleaseAnIdentifierThatIsNotTheirs)
 // ---- Events
 
 class RealEvent : public RealThreads {
-  protected:
+protected:
     void SetUp() override
     {
         RealThreads::SetUp();

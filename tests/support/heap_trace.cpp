@@ -1,5 +1,7 @@
 #include "support/heap_trace.h"
 
+#include "support/sanitizers.h"
+
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -9,22 +11,10 @@
 #include <new>
 #include <ostream>
 
-#if defined(__has_feature)
-#define BUILT_FOR(sanitizer) __has_feature(sanitizer)
-#else
-#define BUILT_FOR(sanitizer) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || BUILT_FOR(address_sanitizer) ||         \
-    BUILT_FOR(thread_sanitizer)
-#define HAS_SANITIZER_HEAP 1
-#else
-#define HAS_SANITIZER_HEAP 0
-#endif
-
 // Where calls are passed on to. A sanitizer's run-time library offers its family under a second name, be it
 // linked statically or dynamically, and so does the C library. Both are bound at link time: a search with
 // dlsym would need a heap itself, and would miss a static sanitizer.
-#if HAS_SANITIZER_HEAP
+#if BUILT_FOR_ADDRESS_SANITIZER || BUILT_FOR_THREAD_SANITIZER
 #define NEXT(function) __interceptor_##function
 #else
 #define NEXT(function) __libc_##function
@@ -104,14 +94,7 @@ void reset()
 
 }  // namespace
 
-// The four functions are called before a sanitizer has set itself up, hence run without its instrumentation;
-// what they call while recording need not.
-#if defined(__clang__)
-#define BEFORE_SANITIZER __attribute__((disable_sanitizer_instrumentation))
-#else
-#define BEFORE_SANITIZER __attribute__((no_sanitize_address, no_sanitize_thread, no_sanitize_undefined))
-#endif
-
+// What the four functions call while they record need not be marked like them.
 extern "C" BEFORE_SANITIZER void *malloc(size_t size) noexcept
 {
     if (!is_recording)
@@ -143,7 +126,7 @@ extern "C" BEFORE_SANITIZER void free(void *block) noexcept
 
 // The operators of C++ go past the record, so that what a test itself allocates does not show. A sanitizer
 // brings operators of its own, which never come here.
-#if !HAS_SANITIZER_HEAP
+#if !BUILT_FOR_ADDRESS_SANITIZER && !BUILT_FOR_THREAD_SANITIZER
 void *operator new(size_t size)
 {
     void *block = NEXT(malloc)(size);

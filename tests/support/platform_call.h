@@ -9,7 +9,7 @@
 // Replace a call only while no other thread can make it.
 #pragma once
 
-#include "support/before_sanitizer.h"
+#include "support/sanitizers.h"
 
 #include <dlfcn.h>
 

@@ -54,6 +54,13 @@ extern "C" time_t time(time_t *result) noexcept
     return time_call(result);
 }
 
+constinit platform_call<time_t(tm *)> mktime_call{"mktime"};
+
+extern "C" time_t mktime(tm *fields) noexcept
+{
+    return mktime_call(fields);
+}
+
 namespace {
 
 time_t store_reading(time_t reading, time_t *result)
@@ -945,6 +952,18 @@ TEST(ReferenceDayCount, CountsFrom1900)
     EXPECT_EQ(day_count({1900, 3, 1}), 59);  // 1900 is no leap year
     EXPECT_EQ(day_count({1970, 1, 1}), 25567);
     EXPECT_EQ(day_count({2000, 1, 1}), 36524);
+}
+
+TEST(ReferenceDayCount, ConvertsTheDateFirstAndTheReferenceDayThen)
+{
+    std::vector<int> hours;
+    const replaced_call replaced(mktime_call, [&](tm *fields) {
+        hours.push_back(fields->tm_hour);
+        return mktime_call.original(fields);
+    });
+    const ZT_DATE date = {2000, 1, 1};
+    EXPECT_EQ(OS_ref_day_count_get(&date), 36524);
+    EXPECT_EQ(hours, (std::vector<int>{23, 0}));
 }
 
 TEST(ReferenceDayCount, IsTheSameUnderEveryRule)

@@ -239,8 +239,7 @@ ZT_MD5_CONTEXT filled_record()
     return context;
 }
 
-template <size_t size>
-bool is_filled(const BYTE (&bytes)[size], size_t from = 0)
+template <size_t size> bool is_filled(const BYTE (&bytes)[size], size_t from = 0)
 {
     for (size_t i = from; i < size; ++i)
         if (bytes[i] != FILL)

@@ -234,7 +234,7 @@ struct table_row {
 };
 
 const table_row conversion_table[] = {
-    {2, 3, "39.37", 0}, {2, 4, "100.0", 0},   {2, 5, "3.937", 0}, {2, 6, "10.0", 0},
+    {2, 3, "39.37", 0},    {2, 4, "100.0", 0},  {2, 5, "3.937", 0}, {2, 6, "10.0", 0},
     {3, 2, "0.0254", 0.5}, {3, 4, "2.54", 0.5}, {3, 5, "0.1", 0},   {3, 6, "0.254", 0.5},
 };
 
@@ -252,11 +252,34 @@ uint64_t expected_axis(uint64_t target, uint64_t source, uint64_t numerator, uin
 }
 
 const uint64_t terms_to_try[] = {
-    0, 1, 2, 3, 7, 19, 20, 72, 96, 118, 300, 725, 1000, 2835, 11811, 0x7fffffff, 0x80000000, 0xffffffff,
-    UINT64_C(0x100000000), UINT64_C(0x1fffffffffffff), UINT64_C(0x20000000000001),
-    UINT64_C(234280900000000001), UINT64_C(0x7fffffffffffffff), UINT64_C(0x8000000000000000),
+    0,
+    1,
+    2,
+    3,
+    7,
+    19,
+    20,
+    72,
+    96,
+    118,
+    300,
+    725,
+    1000,
+    2835,
+    11811,
+    0x7fffffff,
+    0x80000000,
+    0xffffffff,
+    UINT64_C(0x100000000),
+    UINT64_C(0x1fffffffffffff),
+    UINT64_C(0x20000000000001),
+    UINT64_C(234280900000000001),
+    UINT64_C(0x7fffffffffffffff),
+    UINT64_C(0x8000000000000000),
     UINT64_C(0x8000000000000401),
-    UINT64_C(0xfffffffffffffbff), UINT64_C(0xfffffffffffffc00), UINT64_C(0xffffffffffffffff),
+    UINT64_C(0xfffffffffffffbff),
+    UINT64_C(0xfffffffffffffc00),
+    UINT64_C(0xffffffffffffffff),
 };
 
 }  // namespace
@@ -295,9 +318,9 @@ TEST(ResolutionRecord, ReadsAZeroDenominatorAsOneOnEachAxis)
 
 TEST(ResolutionRecord, OfAnotherTargetIsRefusedWithBothResultsZero)
 {
-    for (const uint64_t target : {UINT64_C(0), UINT64_C(1), UINT64_C(4), UINT64_C(5), UINT64_C(6),
-                                  UINT64_C(7), UINT64_C(0x100000002), UINT64_C(0x8000000000000003),
-                                  UINT64_MAX})
+    for (const uint64_t target :
+         {UINT64_C(0), UINT64_C(1), UINT64_C(4), UINT64_C(5), UINT64_C(6), UINT64_C(7), UINT64_C(0x100000002),
+          UINT64_C(0x8000000000000003), UINT64_MAX})
         for (const uint64_t source : {UINT64_C(0), UINT64_C(2), UINT64_C(3), target})
             EXPECT_EQ(convert(target, {300, 1, 300, 1, source}), (axes{0, 0, -2445})) << target;
 }
@@ -399,8 +422,7 @@ uint64_t qword_swap(uint64_t value)
     return static_cast<uint64_t>(mm_qword_swap(static_cast<int64_t>(value)));
 }
 
-template <typename Check>
-void for_many_words(Check check)
+template <typename Check> void for_many_words(Check check)
 {
     for (int bit = 0; bit < 64; ++bit) {
         check(UINT64_C(1) << bit);
@@ -433,9 +455,8 @@ TEST(ByteOrder, BigEndianDwordsKeepTheirResidue)
     EXPECT_EQ(mm_dword_swap(0xFF), UINT64_C(0xFF000000));
     EXPECT_EQ(mm_dword_swap(0xAABBCCDD), UINT64_C(0x00AABBCCDDCCBBAA));
     EXPECT_EQ(mm_dword_swap(0), 0u);
-    for_many_words([](uint64_t value) {
-        ASSERT_EQ(mm_dword_swap(value), expected_dword_swap(value)) << value;
-    });
+    for_many_words(
+        [](uint64_t value) { ASSERT_EQ(mm_dword_swap(value), expected_dword_swap(value)) << value; });
 }
 
 TEST(ByteOrder, BigEndianDwordsBelow2To32AreReversedInTheLowHalfAndShiftedInTheHigh)
@@ -563,10 +584,29 @@ TEST(FixedPointText, CountsAndPadsWideFractions)
 TEST(FixedPointText, AgreesWithTheProcessorsArithmeticForEveryPrecisionFromMinus20To20)
 {
     using limits = std::numeric_limits<double>;
-    std::vector<double> values = {0.0, -0.0, 0.5, -0.5, 1.0, -1.0, 0.05, 0.005, 0.0005, 0.125, 0.375,
-                                  1e-300, 1e300, -1e300, 123456.789, -123456.789, 999999.9999999,
-                                  INFINITE, -INFINITE, limits::quiet_NaN(), limits::min(),
-                                  limits::denorm_min(), limits::max()};
+    std::vector<double> values = {0.0,
+                                  -0.0,
+                                  0.5,
+                                  -0.5,
+                                  1.0,
+                                  -1.0,
+                                  0.05,
+                                  0.005,
+                                  0.0005,
+                                  0.125,
+                                  0.375,
+                                  1e-300,
+                                  1e300,
+                                  -1e300,
+                                  123456.789,
+                                  -123456.789,
+                                  999999.9999999,
+                                  INFINITE,
+                                  -INFINITE,
+                                  limits::quiet_NaN(),
+                                  limits::min(),
+                                  limits::denorm_min(),
+                                  limits::max()};
     for (const double edge : {2147483647.0, 2147483648.0, -2147483648.0, -2147483649.0, 4294967296.0, 1e10})
         for (const double step : {-1.0, -0.75, -0.5, -0.25, -1e-7, 0.0, 1e-7, 0.25, 0.5, 0.75, 1.0})
             values.push_back(edge + step);

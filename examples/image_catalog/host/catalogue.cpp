@@ -43,12 +43,16 @@ catalogue *catalogue_open(uint64_t tag)
     if (files == nullptr)
         return nullptr;
     *files = {tag, memory_section(tag), memory_array(tag, ENTRIES_INCREMENT, compare_paths), 0, 0};
-    return files->section != nullptr && files->entries != nullptr ? files : nullptr;
+    if (files->section != nullptr && files->entries != nullptr)
+        return files;
+    catalogue_close(files);
+    return nullptr;
 }
 
 void catalogue_close(catalogue *files)
 {
-    memory_section_free(files->tag, files->section);
+    if (files->section != nullptr)
+        memory_section_free(files->tag, files->section);
 }
 
 void catalogue_add(catalogue *files, const CHAR *path, const file_report &report)
