@@ -6,6 +6,7 @@
 #include "support/files.h"
 #include "support/library_copy.h"
 #include "support/scratch_directory.h"
+#include "support/text_matches.h"
 
 #include <gtest/gtest.h>
 
@@ -87,13 +88,11 @@ protected:
 
     std::set<std::string> files_included_by(const std::string &source_text)
     {
-        const child_result result = compile(write_source(source_text), {"-M"});
+        const child_result result = compile(write_source(source_text), {"-H", "-fsyntax-only"});
         EXPECT_TRUE(result.succeeded()) << result.describe();
-        std::set<std::string> files;
-        for (const std::string &word : words_of(result.out))
-            if (std::filesystem::path(word).extension() == ".h")
-                files.insert(word);
-        return files;
+        const std::vector<std::string> files = matches(result.err, "^\\.+ (.*)$");
+        EXPECT_FALSE(files.empty()) << result.describe();
+        return {files.begin(), files.end()};
     }
 };
 
