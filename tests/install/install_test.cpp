@@ -74,7 +74,7 @@ TEST_F(Installation, WithoutABuildTypeIsARelease)
 TEST_F(Installation, WithoutTestsBuildsTheLibraryAlone)
 {
     EXPECT_FALSE(std::filesystem::exists(build() + "/tests"));
-    EXPECT_FALSE(std::filesystem::exists(build() + "/examples"));
+    EXPECT_FALSE(std::filesystem::exists(build() + "/programs"));
 }
 
 TEST_F(Installation, ServesAProjectThatUsesFindPackage)

@@ -1,6 +1,6 @@
 // A companion module that never releases what it allocates.
 
-#include "examples/image_catalog/image_module.h"
+#include "programs/image_catalog/image_module.h"
 #include "foundation/memory.h"
 
 void image_module_read(const BYTE *, uint64_t, IMAGE_FACTS *facts)

@@ -33,7 +33,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string SAMPLES = std::string(SOURCE_DIRECTORY) + "/examples/image_catalog/samples";
+const std::string SAMPLES = std::string(SOURCE_DIRECTORY) + "/programs/image_catalog/samples";
 
 // ---- Running the program
 

@@ -174,7 +174,7 @@ std::string exif_segment(byte_order order, const std::vector<tiff_field> &fields
 std::string jpeg_image(const std::string &segments)
 {
     const std::string sample =
-        content_of(std::string(SOURCE_DIRECTORY) + "/examples/image_catalog/samples/web-jfif.jpg");
+        content_of(std::string(SOURCE_DIRECTORY) + "/programs/image_catalog/samples/web-jfif.jpg");
     constexpr size_t jfif_end = 20;  // the sample's own is replaced
     return sample.substr(0, 2) + segments + sample.substr(jfif_end);
 }

@@ -1,0 +1,43 @@
+# System services, threads and synchronisation objects.
+qv_add_test(osunix_test os/osunix_test.cpp)
+qv_add_test(os_sys_unix_test os/os_sys_unix_test.cpp)
+
+# Threads. The emulated mode is tested in a process of that mode and by direct calls in a threaded one.
+find_package(Threads REQUIRED)
+qv_add_test(osunix_threads_test os/osunix_threads_test.cpp LIBRARIES Threads::Threads)
+qv_add_test(osunix_threads_detection_test os/osunix_threads_detection_test.cpp support/thread_functions.cpp
+    LIBRARIES Threads::Threads)
+qv_add_test(osunix_threads_calls_test os/osunix_threads_calls_test.cpp support/thread_functions.cpp)
+qv_add_test(osunix_threads_emulated_test os/osunix_threads_emulated_test.cpp support/thread_functions.cpp)
+qv_add_test(osunix_threads_emulated_direct_test
+    os/osunix_threads_emulated_test.cpp support/thread_functions.cpp)
+target_compile_definitions(osunix_threads_emulated_direct_test PRIVATE PROCESS_IS_THREADED)
+
+# A host in plain C without GoogleTest, whose libraries would bring the thread library into the process.
+# Up to glibc 2.33 the thread library is a separate one: the host without it is in emulated mode there. A
+# sanitizer's run-time library brings it in, too.
+enable_language(C)
+include(CheckCSourceCompiles)
+check_c_source_compiles("
+    #include <features.h>
+    #if !__GLIBC_PREREQ(2, 34)
+    #error
+    #endif
+    int main(void) { return 0; }" QV_LIBC_HAS_THREADS)
+foreach(host emulated_host emulated_host_with_threads)
+    add_executable(${host} os/emulated_host.c)
+    target_link_libraries(${host} PRIVATE foundation qv_build_flags)
+    set_target_properties(${host} PROPERTIES C_STANDARD 99 C_EXTENSIONS OFF)
+    if(QV_SANITIZE)  # the library wants the sanitizers' part for C++ as well
+        set_target_properties(${host} PROPERTIES LINKER_LANGUAGE CXX)
+    endif()
+    add_test(NAME ${host} COMMAND ${host})
+endforeach()
+target_link_options(emulated_host_with_threads PRIVATE
+    -Wl,--push-state,--no-as-needed,-lpthread,--pop-state)
+if(NOT QV_LIBC_HAS_THREADS)
+    add_test(NAME emulated_host_with_threads.IsThreaded COMMAND emulated_host_with_threads threaded)
+    if(NOT QV_SANITIZE)
+        add_test(NAME emulated_host.IsEmulated COMMAND emulated_host emulated)
+    endif()
+endif()
