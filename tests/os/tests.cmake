@@ -1,6 +1,9 @@
 # System services, threads and synchronisation objects.
 qv_add_test(osunix_test os/osunix_test.cpp)
 qv_add_test(os_sys_unix_test os/os_sys_unix_test.cpp)
+add_library(answering_module MODULE os/answering_module.cpp)
+add_dependencies(os_sys_unix_test answering_module)
+target_compile_definitions(os_sys_unix_test PRIVATE ANSWERING_MODULE="$<TARGET_FILE:answering_module>")
 
 # Threads. The emulated mode is tested in a process of that mode and by direct calls in a threaded one.
 find_package(Threads REQUIRED)
