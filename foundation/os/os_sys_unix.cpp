@@ -10,13 +10,38 @@ namespace {
 
 constexpr CHAR SOURCE_NAME[] = "os_sys_unix";
 
-// What OS_sys_path_concat allocates for its text: for an empty directory one byte more than the name and
-// its terminator need, deliberately, as the heap sees the size.
-uint64_t joined_text_bytes(uint64_t directory_length, uint64_t name_length, bool needs_separator)
+// How OS_sys_path_concat joins its texts. The heap sees the size, so each case asks for its own.
+struct join_plan {
+    uint64_t bytes;
+    const CHAR *format;  // null: the name alone is copied
+};
+
+// Of a directory only the last character is looked at: further separators there, and any in front of the
+// name, stay in the joined text.
+join_plan plan_join(const CHAR *directory, const CHAR *name)
 {
+    const uint64_t directory_length = strlen(directory);
+    const uint64_t name_length = strlen(name);
     if (directory_length == 0)
-        return name_length + 2;
-    return directory_length + name_length + (needs_separator ? 2 : 1);
+        return {name_length + 2, nullptr};  // one more than the text needs; hosts that count bytes rely on it
+    if (directory[directory_length - 1] == '/')
+        return {directory_length + name_length + 1, "%s%s"};
+    return {directory_length + name_length + 2, "%s/%s"};
+}
+
+// Returns the length of what was written: 0 where the formatting fails, as it does for 2 GiB and more.
+uint64_t write_joined(CHAR *joined, const join_plan &plan, const CHAR *directory, const CHAR *name)
+{
+    if (plan.format == nullptr) {
+        const uint64_t length = strlen(name);
+        memcpy(joined, name, length);
+        return length;
+    }
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const INT written = OS_sprintf(joined, plan.format, directory, name);
+#pragma GCC diagnostic pop
+    return written > 0 ? static_cast<uint64_t>(written) : 0;
 }
 
 // At most `limit` characters, and a terminator only behind a shorter text.
@@ -47,18 +72,12 @@ INT OS_sys_module_unload(LPVOID module)
 LONG OS_sys_path_concat(const CHAR *directory, const CHAR *name, CHAR *output, UINT limit)
 {
     const uint64_t tag = ZR_memm_unique_tag_get(SOURCE_NAME, __LINE__);
-    const uint64_t directory_length = strlen(directory);
-    const uint64_t name_length = strlen(name);
-    // Only the last character is looked at: further separators there, or any in front of the name, stay.
-    const bool needs_separator = directory_length != 0 && directory[directory_length - 1] != '/';
-    const uint64_t bytes = joined_text_bytes(directory_length, name_length, needs_separator);
-    CHAR *joined = static_cast<CHAR *>(ZR_memm_alloc(tag, bytes, SOURCE_NAME, __LINE__));
+    const join_plan plan = plan_join(directory, name);
+    CHAR *joined = static_cast<CHAR *>(ZR_memm_alloc(tag, plan.bytes, SOURCE_NAME, __LINE__));
     if (joined == nullptr)
         return 0;
-
-    OS_sprintf(joined, needs_separator ? "%s/%s" : "%s%s", directory, name);
-    const uint64_t joined_length = directory_length + name_length + (needs_separator ? 1 : 0);
-    copy_limited(output, joined, joined_length, limit);  // not before: either argument may lie in the output
+    const uint64_t length = write_joined(joined, plan, directory, name);
+    copy_limited(output, joined, length, limit);  // not before: either argument may lie in the output
     ZR_memm_free(tag, joined, SOURCE_NAME, __LINE__);
     return static_cast<LONG>(strlen(output));
 }
