@@ -5,17 +5,26 @@
 #include <stdlib.h>
 #include <string.h>
 
-static_assert(sizeof(ZT_MEMM_SLOT) == 24 && offsetof(ZT_MEMM_SLOT, block) == 16, "layout of a block slot");
-static_assert(sizeof(ZT_MEMM_NODE) == 336, "layout of a node");
-static_assert(offsetof(ZT_MEMM_NODE, slots) == 8, "layout of a node");
-static_assert(offsetof(ZT_MEMM_NODE, previous) == 320, "layout of a node");
-static_assert(sizeof(ZT_MEMM_TAG_RECORD) == 360, "layout of a tag record");
-static_assert(offsetof(ZT_MEMM_TAG_RECORD, first_node) == 8, "layout of a tag record");
-static_assert(offsetof(ZT_MEMM_TAG_RECORD, previous) == 344, "layout of a tag record");
-static_assert(offsetof(ZT_MEMM_TABLE, buckets) == 8, "layout of the table");
-static_assert(sizeof(ZT_ARRAY_PTR) == 72, "layout of an array record");
-static_assert(offsetof(ZT_ARRAY_PTR, slots) == 48 && offsetof(ZT_ARRAY_PTR, sorted) == 56 &&
-                  offsetof(ZT_ARRAY_PTR, compare) == 64,
+// Layouts, for debuggers and for tests that look at records.
+static_assert(offsetof(ZT_MEMM_SLOT, flags) == 0 && offsetof(ZT_MEMM_SLOT, size) == 8 &&
+                  offsetof(ZT_MEMM_SLOT, block) == 16 && sizeof(ZT_MEMM_SLOT) == 24,
+              "layout of a block slot");
+static_assert(offsetof(ZT_MEMM_NODE, count) == 0 && offsetof(ZT_MEMM_NODE, slots) == 8 &&
+                  offsetof(ZT_MEMM_NODE, previous) == 320 && offsetof(ZT_MEMM_NODE, next) == 328 &&
+                  sizeof(ZT_MEMM_NODE) == 336,
+              "layout of a node");
+static_assert(offsetof(ZT_MEMM_TAG_RECORD, tag) == 0 && offsetof(ZT_MEMM_TAG_RECORD, first_node) == 8 &&
+                  offsetof(ZT_MEMM_TAG_RECORD, previous) == 344 &&
+                  offsetof(ZT_MEMM_TAG_RECORD, next) == 352 && sizeof(ZT_MEMM_TAG_RECORD) == 360,
+              "layout of a tag record");
+static_assert(offsetof(ZT_MEMM_TABLE, unique_tag_counter) == 0 && offsetof(ZT_MEMM_TABLE, buckets) == 8 &&
+                  sizeof(ZT_MEMM_TABLE) == 8 + 32 * 360,
+              "layout of the table");
+static_assert(offsetof(ZT_ARRAY_PTR, size) == 0 && offsetof(ZT_ARRAY_PTR, magic) == 8 &&
+                  offsetof(ZT_ARRAY_PTR, tag) == 16 && offsetof(ZT_ARRAY_PTR, capacity) == 24 &&
+                  offsetof(ZT_ARRAY_PTR, count) == 32 && offsetof(ZT_ARRAY_PTR, increment) == 40 &&
+                  offsetof(ZT_ARRAY_PTR, slots) == 48 && offsetof(ZT_ARRAY_PTR, sorted) == 56 &&
+                  offsetof(ZT_ARRAY_PTR, compare) == 64 && sizeof(ZT_ARRAY_PTR) == 72,
               "layout of an array record");
 static_assert((ZR_MEMM_BUCKET_COUNT & (ZR_MEMM_BUCKET_COUNT - 1)) == 0, "a bucket is a tag's low bits");
 
@@ -116,7 +125,9 @@ slot_position find_slot(ZT_MEMM_TAG_RECORD *record, LPVOID block)
 }
 
 // The slot for one more block, its node's count already raised, or null when a node is needed and cannot
-// be had. A node is skipped on the word of its count, and examined all the same if that promises too much.
+// be had. A count of 13 or more skips the node unseen. A lower one may be wrong, for callers that
+// disassociate null make it so, hence all slots are examined, and the next node is looked at if none is
+// vacant.
 ZT_MEMM_SLOT *take_vacant_slot(ZT_MEMM_TAG_RECORD *record)
 {
     for (ZT_MEMM_NODE *node = &record->first_node; node != nullptr; node = node->next) {
@@ -154,7 +165,8 @@ bool record_block(uint64_t tag, LPVOID block, uint64_t size)
 }
 
 // A record goes only when its inline node empties while no other node follows. If the inline node empties
-// first, the record stays, deliberately, until a later block of that node or the whole tag is released.
+// first, the record stays until a later block of that node or the whole tag is released: until then a
+// release of the tag reports 0 blocks rather than an unknown tag.
 void retire_node_if_empty(ZT_MEMM_TAG_RECORD *record, ZT_MEMM_NODE *node)
 {
     if (node->count != 0)
@@ -273,10 +285,15 @@ LPVOID ZR_memm_realloc(uint64_t tag, LPVOID block, uint64_t size, const CHAR *fi
     const uint64_t recorded_size = slot->size;
 
     LPVOID moved = ZR_memm_alloc(tag, size, file, line);
+    if (moved == nullptr) {
+        ZR_memm_free(tag, block, file,
+                     line);  // unlike realloc: the old block is lost, callers must not touch it
+        return nullptr;
+    }
     const uint64_t kept_bytes = size < recorded_size ? size : recorded_size;
-    if (moved != nullptr && kept_bytes != 0)
+    if (kept_bytes != 0)  // a null block has nothing recorded
         memcpy(moved, block, kept_bytes);
-    ZR_memm_free(tag, block, file, line);  // after a failed allocation too: the old block is lost
+    ZR_memm_free(tag, block, file, line);
     return moved;
 }
 
@@ -288,7 +305,8 @@ LPVOID ZR_memm_disassociate(uint64_t tag, LPVOID block)
     const slot_position position = find_slot(record, block);
     if (position.slot == nullptr)
         return block;
-    // A null block gets here with a vacant slot, which leaves the node's count one too low. Deliberate.
+    // A null block gets here with a vacant slot and leaves its node's count one too low. A caller that passes
+    // one may later see the node go while a block is still recorded in it.
     clear_slot(record, position);
     return nullptr;
 }
@@ -542,7 +560,7 @@ ZT_ERRCOUNT ZR_array_ptr_add(ZT_DT_ANY *handle, LPVOID element, uint64_t *index)
         append(array, element, index);
         return SUCCESS;
     }
-    // A refused rebuild is reported as success, deliberately; only the unwritten index tells. The growth
+    // A refused rebuild is reported as success: callers learn of it by the unwritten index alone. The growth
     // above is kept.
     if (insert_by_rebuild(array, greater.index, element))
         store_if_wanted(index, greater.index);
