@@ -1,6 +1,6 @@
 // Date texts and records, day counts, epoch seconds and the clock.
 
-#include "../truncate.h"
+#include "../util/truncate.h"
 
 #include "foundation/date.h"
 #include "foundation/os.h"
@@ -8,10 +8,14 @@
 #include <string.h>
 #include <time.h>
 
-static_assert(sizeof(ZT_DATE) == 6 && offsetof(ZT_DATE, month) == 2 && offsetof(ZT_DATE, day) == 4,
+static_assert(offsetof(ZT_DATE, year) == 0 && offsetof(ZT_DATE, month) == 2 && offsetof(ZT_DATE, day) == 4 &&
+                  sizeof(ZT_DATE) == 6,
               "ZT_DATE is ABI");
-static_assert(sizeof(ZT_DATETIME) == 12 && offsetof(ZT_DATETIME, second) == 10, "ZT_DATETIME is ABI");
-static_assert(offsetof(ZT_DATETIME, hour) == sizeof(ZT_DATE), "a ZT_DATETIME begins with a ZT_DATE");
+static_assert(offsetof(ZT_DATETIME, year) == 0 && offsetof(ZT_DATETIME, month) == 2 &&
+                  offsetof(ZT_DATETIME, day) == 4 && offsetof(ZT_DATETIME, hour) == 6 &&
+                  offsetof(ZT_DATETIME, minute) == 8 && offsetof(ZT_DATETIME, second) == 10 &&
+                  sizeof(ZT_DATETIME) == 12,
+              "ZT_DATETIME is ABI, and its first fields can be read as a ZT_DATE");
 
 const CHAR *const _Mon[12] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                               "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};

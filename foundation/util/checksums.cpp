@@ -2,9 +2,9 @@
 
 #include "foundation/util.h"
 
-static_assert(sizeof(ZT_MD5_CONTEXT) == 104, "ZT_MD5_CONTEXT is ABI");
-static_assert(offsetof(ZT_MD5_CONTEXT, state) == 8 && offsetof(ZT_MD5_CONTEXT, buffer) == 24 &&
-                  offsetof(ZT_MD5_CONTEXT, digest) == 88,
+static_assert(offsetof(ZT_MD5_CONTEXT, bit_count) == 0 && offsetof(ZT_MD5_CONTEXT, state) == 8 &&
+                  offsetof(ZT_MD5_CONTEXT, buffer) == 24 && offsetof(ZT_MD5_CONTEXT, digest) == 88 &&
+                  sizeof(ZT_MD5_CONTEXT) == 104,
               "ZT_MD5_CONTEXT is ABI");
 
 // ---- CRC-32 ------------------------------------------------------------------------------------------

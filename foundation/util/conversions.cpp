@@ -1,6 +1,6 @@
-// Resolution, byte-order and number conversions, ASCII case, and the build date.
+// Resolution, byte-order and number conversions, and ASCII case.
 
-#include "../truncate.h"
+#include "truncate.h"
 
 #include "foundation/os.h"
 #include "foundation/util.h"
@@ -8,21 +8,25 @@
 #include <math.h>
 #include <string.h>
 
-static_assert(sizeof(ZT_RESOLUTION) == 40 && offsetof(ZT_RESOLUTION, unit) == 32, "ZT_RESOLUTION is ABI");
-static_assert(sizeof(INT) == 4 && sizeof(LONG) == 8, "the conversions below name their widths");
+static_assert(offsetof(ZT_RESOLUTION, x_numerator) == 0 && offsetof(ZT_RESOLUTION, x_denominator) == 8 &&
+                  offsetof(ZT_RESOLUTION, y_numerator) == 16 &&
+                  offsetof(ZT_RESOLUTION, y_denominator) == 24 && offsetof(ZT_RESOLUTION, unit) == 32 &&
+                  sizeof(ZT_RESOLUTION) == 40,
+              "ZT_RESOLUTION is ABI");
 
 namespace {
 
 constexpr CHAR lpszFmtWhole[] = "%d";
 constexpr CHAR lpszFmtFraction[] = "%%d.%%0%dd";
 
-// As truncate.h, to 64 bits unsigned. A negative value comes out as its two's complement, 2^64
-// or more as 0, below -2^63 as 2^63. The top bit is flipped, not set, which differs only from 2^64 on,
-// where the truncated half has it already.
+// As truncate.h, to 64 bits unsigned. A negative value comes out as its two's complement, one below -2^63 as
+// 2^63.
 uint64_t truncate_to_uint64(double value)
 {
+    if (value >= TWO_TO_64)
+        return 0;
     if (value >= TWO_TO_63)
-        return static_cast<uint64_t>(truncate_to_int64(value - TWO_TO_63)) ^ (UINT64_C(1) << 63);
+        return static_cast<uint64_t>(truncate_to_int64(value - TWO_TO_63)) | (UINT64_C(1) << 63);
     return static_cast<uint64_t>(truncate_to_int64(value));
 }
 
@@ -41,7 +45,7 @@ struct unit_conversion {
     uint64_t target_unit;
     uint64_t source_unit;
     double factor;
-    double added_before_truncation;  // uneven on purpose: only some conversions to inches round
+    double added_before_truncation;  // only some conversions to inches round; stored results depend on it
 };
 
 constexpr unit_conversion unit_conversions[] = {
@@ -99,13 +103,6 @@ CHAR *shift_letters(CHAR *text, CHAR first, CHAR last, int offset)
 
 }  // namespace
 
-const CHAR *iQV_version_compile_date(void)
-{
-    static const CHAR build_date[] = __DATE__;
-    static_assert(sizeof build_date == 12, "Mmm dd yyyy");
-    return build_date;
-}
-
 uint64_t iQV_convert_DPI_to_PPM(LONG dots_per_inch)
 {
     return truncate_to_uint64(static_cast<double>(dots_per_inch) * INCHES_PER_METER + 0.5);
@@ -145,8 +142,8 @@ uint64_t mm_dword_swap(uint64_t value)
     return (value >> 24) | (value << 24) | ((value >> 8) & 0xFF00) | ((value << 8) & 0xFF0000);
 }
 
-// Joins two swaps with their residues, the lower one given all 64 bits. Deliberately no byte reversal
-// outside 0 to 2^32 - 1.
+// Joins two swaps with their residues, the lower one given all 64 bits. Outside 0 to 2^32 - 1 callers get the
+// residues joined as well, and no byte reversal.
 int64_t mm_qword_swap(int64_t value)
 {
     const uint64_t from_upper = mm_dword_swap(static_cast<uint64_t>(value >> 32));  // arithmetic shift
@@ -157,7 +154,7 @@ int64_t mm_qword_swap(int64_t value)
 INT Bsu_double_to_string(INT precision, CHAR *buffer, double value)
 {
     const double power = pow(10.0, static_cast<double>(precision));
-    const double rounded = (1.0 / power) * 0.5 + value;  // upward for negative values too; deliberate
+    const double rounded = (1.0 / power) * 0.5 + value;  // callers see negative values rounded upward, too
     const INT whole = truncate_to_int32(rounded);
     if (precision < 1)
         return OS_sprintf(buffer, lpszFmtWhole, whole);

@@ -8,6 +8,7 @@
 
 constexpr double TWO_TO_31 = 2147483648.0;
 constexpr double TWO_TO_63 = 9223372036854775808.0;
+constexpr double TWO_TO_64 = 18446744073709551616.0;
 
 inline INT truncate_to_int32(double value)
 {
