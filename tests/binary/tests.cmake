@@ -1,5 +1,6 @@
 # The built library, seen from outside.
 qv_add_test(binary_test binary/binary_test.cpp)
+qv_add_test(hardening_test binary/hardening_test.cpp)
 qv_add_test(host_names_test binary/host_names_test.cpp)
 
 qv_add_test(rebuild_test binary/rebuild_test.cpp ONE_PROCESS)
