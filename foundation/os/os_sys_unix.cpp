@@ -34,7 +34,7 @@ uint64_t write_joined(CHAR *joined, const join_plan &plan, const CHAR *directory
 {
     if (plan.format == nullptr) {
         const uint64_t length = strlen(name);
-        memcpy(joined, name, length);
+        memcpy(joined, name, length + 1);
         return length;
     }
 #pragma GCC diagnostic push
