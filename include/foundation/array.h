@@ -5,9 +5,9 @@
  * what its elements point to and never releases them.
  *
  * Status results (ZT_ERRCOUNT):
- *      0   success
- *     -1   invalid handle, index out of range, nothing found, or operation refused
- *  -1000   memory could not be obtained
+ *      0                      success
+ *     -1  ZR_ERR_REFUSED      invalid handle, index out of range, nothing found, or operation refused
+ *  -1000  ZR_ERR_NO_MEMORY    memory could not be obtained
  * Every operation but creation first checks its handle (see _ZR_array_ptr_check) and returns -1 when the
  * check fails. An out-parameter is written only on success, unless said otherwise, and may be null
  * unless said otherwise.
@@ -31,6 +31,10 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+
+/* Status results; see the table above. */
+#define ZR_ERR_REFUSED (-1)
+#define ZR_ERR_NO_MEMORY (-1000)
 
 /* Compares two elements: negative, zero or positive as `a` is below, equal to or above `b`.
  * Searches pass the key first and the stored element second; sorted insertion passes the stored element

@@ -178,6 +178,9 @@ INT OS_guid_to_string(const BYTE *guid, CHAR *text);
  *
  * Objects are the library's until they are freed; free them once no thread is inside or waits. */
 
+/* What OS_mutex_ID_allocate returns on failure. */
+#define ZR_ERR_MUTEX_ID (-4820)
+
 /* 1 in threaded mode, 0 in emulated mode; the same on every call. */
 UINT OS_threads_support(void);
 

@@ -46,6 +46,9 @@ typedef struct ZT_RESOLUTION {
     uint64_t unit;          /* ZT_RES_UNIT_...; any other code is taken for the target's own unit */
 } ZT_RESOLUTION;
 
+/* What Bsu_convert_resolution returns for any other target unit. */
+#define ZR_ERR_TARGET_UNIT (-2445)
+
 /* Convert `resolution` to whole dots per `target_unit` (METER or INCH); results through `x` and `y`, either
  * of which may be null. To METER truncates; to INCH rounds half up, except from 10_INCHES, which truncates;
  * between equal units it is an integer division. The factors are 39.37 and its relatives, so 72 per inch

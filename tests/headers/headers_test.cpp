@@ -135,6 +135,28 @@ TEST_P(Headers, PullInNothingButTheFixedSizeIntegersAndEachOther)
     }
 }
 
+TEST_P(Headers, NameTheCodesOfTheirStatusTables)
+{
+    SKIP_IF_ABSENT(GetParam().compiler);
+    // For the preprocessor and behind an operator as well.
+    const child_result result = compile(write_source(R"(
+#include "foundation/array.h"
+#include "foundation/os.h"
+#include "foundation/util.h"
+#if ZR_ERR_REFUSED != -1 || ZR_ERR_NO_MEMORY != -1000
+#error array
+#endif
+#if ZR_ERR_MUTEX_ID != -4820
+#error mutex identifiers
+#endif
+#if ZR_ERR_TARGET_UNIT != -2445
+#error resolutions
+#endif
+ZT_ERRCOUNT difference = 0 -ZR_ERR_REFUSED;
+)"));
+    EXPECT_TRUE(result.succeeded()) << result.describe();
+}
+
 namespace {
 
 // Compile a C program with this build's compiler, link it with the library under test and run it.
