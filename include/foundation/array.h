@@ -26,6 +26,7 @@
 #ifndef FOUNDATION_ARRAY_H
 #define FOUNDATION_ARRAY_H
 
+#include "foundation/attributes_begin.h"
 #include "foundation/types.h"
 
 #ifdef __cplusplus
@@ -46,7 +47,7 @@ typedef INT (*ZT_ARRAY_PTR_COMPARE)(LPVOID a, LPVOID b);
  * `compare` may be null: then elements stay in insertion order, and the array must not be searched if
  * `sorted` is 0 (if it is not, searches give -1). Returns 0, or -1000 with `*array` unwritten. */
 ZT_ERRCOUNT ZR_array_ptr_alloc(uint64_t tag, ZT_DT_ANY **array, uint64_t increment, INT sorted,
-                               ZT_ARRAY_PTR_COMPARE compare);
+                               ZT_ARRAY_PTR_COMPARE compare) FOUNDATION_NONNULL(2);
 
 /* Release the vector and the record. Returns 0 or -1. The handle must not be used afterwards. */
 ZT_ERRCOUNT ZR_array_ptr_delete(ZT_DT_ANY *array);
@@ -85,14 +86,16 @@ ZT_ERRCOUNT ZR_array_ptr_remove(ZT_DT_ANY *array, uint64_t index, uint64_t *remo
 /* Returns 1 when `array` is the handle of an array, 0 when it is null or its record does not begin with
  * the size and the magic word of one. Meant for the library itself. A pointer that is not null must be
  * readable for 16 bytes. */
-INT _ZR_array_ptr_check(ZT_DT_ANY *array);
+INT _ZR_array_ptr_check(ZT_DT_ANY *array) FOUNDATION_USE_RESULT;
 
 /* The low 32 bits of the address difference a - b: a comparator for elements that lie less than 2 GiB from
  * each other. Pointers a multiple of 4 GiB apart compare equal. */
-INT ZR_compare_pointers(LPVOID a, LPVOID b);
+INT ZR_compare_pointers(LPVOID a, LPVOID b) FOUNDATION_USE_RESULT;
 
 #ifdef __cplusplus
 }
 #endif
+
+#include "foundation/attributes_end.h"
 
 #endif

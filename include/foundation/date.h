@@ -12,6 +12,7 @@
 #ifndef FOUNDATION_DATE_H
 #define FOUNDATION_DATE_H
 
+#include "foundation/attributes_begin.h"
 #include "foundation/types.h"
 
 #ifdef __cplusplus
@@ -44,31 +45,31 @@ extern const CHAR *const _Mon[12];
  * before, and the day. The last days of December come out above the 1st of January, and the 31st of a month
  * equals the next 1st. The month is told from as few letters as tell the twelve apart; an unknown first
  * letter counts as December. Reads characters 0 to 10; the length is not tested. */
-LONG cal_ord_ref_date_from_DATE(const CHAR *text);
+LONG cal_ord_ref_date_from_DATE(const CHAR *text) FOUNDATION_NONNULL(1) FOUNDATION_USE_RESULT;
 
 /* Read a DATE text into `date`. Returns 1; or 0, `date` untouched, for a text below eleven characters; or 0
  * for an unknown month, year and day then stored and the month left as it was. The month's letters are
  * case-sensitive; the third of "Jan" is not looked at. */
-ZT_BOOL convert_DATE_to_ZT_DATE(const CHAR *text, ZT_DATE *date);
+ZT_BOOL convert_DATE_to_ZT_DATE(const CHAR *text, ZT_DATE *date) FOUNDATION_NONNULL(1, 2);
 
 /* Write `date` as a DATE text with a two-digit day to `text`, 12 bytes or more (a day above 99 or a year
  * above 9999 takes its full width). Returns 1; or 0, nothing written, for a month not from 1 to 12. */
-ZT_BOOL convert_ZT_DATE_to_DATE(const ZT_DATE *date, CHAR *text);
+ZT_BOOL convert_ZT_DATE_to_DATE(const ZT_DATE *date, CHAR *text) FOUNDATION_NONNULL(1, 2);
 
 /* ---- Epoch seconds: since 1970-01-01 00:00:00 UTC, as a double ---- */
 
 /* Break epoch seconds down into a date and time of day, UTC, proleptic Gregorian. The fraction is cut off
  * toward zero. Times before 1601 give a meaningless record; the year is kept modulo 65536. */
-void OS_epoch_to_date(ZT_DATETIME *record, double seconds);
+void OS_epoch_to_date(ZT_DATETIME *record, double seconds) FOUNDATION_NONNULL(1);
 
 /* The current time, in whole seconds. Both names are offered. */
-double OS_epoch_time(void);
-double OS_system_epoch_time_get(void);
+double OS_epoch_time(void) FOUNDATION_USE_RESULT;
+double OS_system_epoch_time_get(void) FOUNDATION_USE_RESULT;
 
 /* ---- Local time ---- */
 
 /* Today's local date. */
-void OS_system_date_get(ZT_DATE *date);
+void OS_system_date_get(ZT_DATE *date) FOUNDATION_NONNULL(1);
 
 /* Write the local date and time as "yyyy:mm:dd hh:mm:ss", colons in the date too, to `text`, 20 bytes or
  * more; null does nothing. */
@@ -79,10 +80,12 @@ void OS_system_date_str_get(CHAR *text);
  * truncated toward zero. So an offset from UTC that is up to 23 hours further east on `date` than it was in
  * 1900 does not show, but one that is an hour or more further west counts as one day more; and 1899-12-31
  * gives 0. Meaningless where the platform cannot convert the date. */
-LONG OS_ref_day_count_get(const ZT_DATE *date);
+LONG OS_ref_day_count_get(const ZT_DATE *date) FOUNDATION_NONNULL(1) FOUNDATION_USE_RESULT;
 
 #ifdef __cplusplus
 }
 #endif
+
+#include "foundation/attributes_end.h"
 
 #endif

@@ -21,6 +21,7 @@
 #ifndef FOUNDATION_MEMORY_H
 #define FOUNDATION_MEMORY_H
 
+#include "foundation/attributes_begin.h"
 #include "foundation/types.h"
 
 #ifdef __cplusplus
@@ -45,7 +46,7 @@ uint64_t ZR_memm_unique_tag_get(const CHAR *file, INT line);
 /* Allocate `size` bytes and record the block under `tag`. A size of 0 is passed on to the heap.
  * Returns the block, content undefined, or null when the heap refuses it or its bookkeeping; then
  * nothing is recorded and nothing is kept. */
-LPVOID ZR_memm_alloc(uint64_t tag, uint64_t size, const CHAR *file, INT line);
+LPVOID ZR_memm_alloc(uint64_t tag, uint64_t size, const CHAR *file, INT line) FOUNDATION_BLOCK_OF(2);
 
 /* Record `block`, which must come from malloc, calloc or realloc, under `tag` as `size` bytes, no more
  * than it has: ZR_memm_realloc copies by that size.
@@ -64,7 +65,8 @@ LPVOID ZR_memm_free(uint64_t tag, LPVOID block, const CHAR *file, INT line);
  * realloc, a failed resize loses the old block. Where both may happen, ask ZR_memm_flags first. A null
  * `block` acts as an allocation when the tag has a vacant slot among its records, and otherwise gives null.
  */
-LPVOID ZR_memm_realloc(uint64_t tag, LPVOID block, uint64_t size, const CHAR *file, INT line);
+LPVOID ZR_memm_realloc(uint64_t tag, LPVOID block, uint64_t size, const CHAR *file,
+                       INT line) FOUNDATION_USE_RESULT FOUNDATION_BLOCK_OF(3);
 
 /* Give up the record of `block` under `tag` without releasing it; it becomes the caller's, to be
  * released with free(). Returns null when the record was removed, `block` itself when there was none.
@@ -76,7 +78,7 @@ LPVOID ZR_memm_disassociate(uint64_t tag, LPVOID block);
 LONG ZR_memm_free_all(uint64_t tag);
 
 /* Returns ZR_MEMM_FLAG_RECORDED when `block` is recorded under `tag`, otherwise 0. `block` is not read. */
-uint64_t ZR_memm_flags(uint64_t tag, LPVOID block);
+uint64_t ZR_memm_flags(uint64_t tag, LPVOID block) FOUNDATION_USE_RESULT;
 
 /* Release every block of every tag and return how many there were. The host calls it at its end; the
  * library never does. Unique tags drawn afterwards do not repeat earlier ones. */
@@ -85,5 +87,7 @@ LONG ZR_memm_cleanup(void);
 #ifdef __cplusplus
 }
 #endif
+
+#include "foundation/attributes_end.h"
 
 #endif

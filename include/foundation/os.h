@@ -14,17 +14,11 @@
 #ifndef FOUNDATION_OS_H
 #define FOUNDATION_OS_H
 
+#include "foundation/attributes_begin.h"
 #include "foundation/types.h"
 
 #ifdef __cplusplus
 extern "C" {
-#endif
-
-#if defined(__GNUC__)
-#define FOUNDATION_PRINTF_LIKE(format_index, first_argument)                                                 \
-    __attribute__((format(printf, format_index, first_argument)))
-#else
-#define FOUNDATION_PRINTF_LIKE(format_index, first_argument)
 #endif
 
 /* ---- Modules, paths and the process ---- */
@@ -33,11 +27,11 @@ extern "C" {
  * dependencies would be, so the host's run path does not count. A null `name` gives the process image,
  * through which the symbols of the program and of all that it was linked with can be looked up, but not
  * those of modules that this function loaded. Returns a handle, or null. */
-LPVOID OS_sys_module_load(const CHAR *name);
+LPVOID OS_sys_module_load(const CHAR *name) FOUNDATION_USE_RESULT;
 
 /* Look `symbol` up in a module. Returns its address; null when it is not found or `symbol` is null. A null
  * `module` searches the default scope of this library. */
-LPVOID OS_sys_sym_get(LPVOID module, const CHAR *symbol);
+LPVOID OS_sys_sym_get(LPVOID module, const CHAR *symbol) FOUNDATION_USE_RESULT;
 
 /* Give a module handle back (dlclose). Returns 0 on success, another value on failure. */
 INT OS_sys_module_unload(LPVOID module);
@@ -48,7 +42,8 @@ INT OS_sys_module_unload(LPVOID module);
  * than `limit`. Returns the length of what then stands in `output`, measured as a terminated text: give a
  * limit below the size of a zero-filled buffer. Returns 0, `output` untouched, when scratch memory cannot
  * be had. `output` may be `directory` or `name`. */
-LONG OS_sys_path_concat(const CHAR *directory, const CHAR *name, CHAR *output, UINT limit);
+LONG OS_sys_path_concat(const CHAR *directory, const CHAR *name, CHAR *output, UINT limit)
+    FOUNDATION_NONNULL(1, 2, 3);
 
 /* Compose the file name of a companion module: "libQV", `base`, "17.so". At most `limit` characters are
  * stored in `output`; a shorter name is padded with zero bytes up to `limit`, a name of `limit` characters
@@ -58,22 +53,22 @@ LONG OS_sys_path_concat(const CHAR *directory, const CHAR *name, CHAR *output, U
 LONG OS_sys_compfilename_create(const CHAR *base, CHAR *output, UINT limit);
 
 /* Always 1. */
-INT OS_module_usage_get(void);
+INT OS_module_usage_get(void) FOUNDATION_USE_RESULT;
 
 /* The process identifier. */
-LONG OS_process_id_get(void);
+LONG OS_process_id_get(void) FOUNDATION_USE_RESULT;
 
 /* The number of processors that the calling thread may run on; the number online where that cannot be
  * told or comes out as a multiple of 65536. */
-INT OS_processor_count(void);
+INT OS_processor_count(void) FOUNDATION_USE_RESULT;
 
 /* ---- Heap, memory and text ---- */
 
 /* malloc. Returns the block, the caller's, or null. */
-LPVOID OS_alloc(uint64_t size);
+LPVOID OS_alloc(uint64_t size) FOUNDATION_USE_RESULT FOUNDATION_BLOCK_OF(1);
 
 /* realloc, with its rules for a null `block` and for a failure (null, `block` kept). */
-LPVOID OS_realloc(LPVOID block, uint64_t size);
+LPVOID OS_realloc(LPVOID block, uint64_t size) FOUNDATION_USE_RESULT FOUNDATION_BLOCK_OF(2);
 
 /* free; `block` may be null. Always returns 0. */
 INT OS_free(LPVOID block);
@@ -85,22 +80,23 @@ LPVOID OS_memcpy(LPVOID destination, const void *source, uint64_t count);
 LPVOID OS_memset(LPVOID destination, INT fill, uint64_t count);
 
 /* Compare `count` bytes as unsigned values. Returns a negative, zero or positive value. */
-INT OS_memcmp(const void *a, const void *b, uint64_t count);
+INT OS_memcmp(const void *a, const void *b, uint64_t count) FOUNDATION_USE_RESULT;
 
 /* strncpy: a shorter source is padded with zero bytes up to `count`; one of `count` characters or more
  * leaves `destination` without a terminator. Returns `destination`. */
 CHAR *OS_strncpy(CHAR *destination, const CHAR *source, UINT count);
 
 /* Move `*cursor` past the spaces and horizontal tabs it stands on. */
-void gap_ignore(const CHAR **cursor);
+void gap_ignore(const CHAR **cursor) FOUNDATION_NONNULL(1);
 
 /* Move `*cursor` to the next space or horizontal tab; it stays if it stands on one. Does NOT stop at the
  * terminator: the text must hold a space or tab behind the word. */
-void non_gap_ignore(const CHAR **cursor);
+void non_gap_ignore(const CHAR **cursor) FOUNDATION_NONNULL(1);
 
 /* vsprintf, every conversion included: no limit is applied, so `destination` must hold the longest
  * possible text. Returns the number of characters written without the terminator, or a negative value. */
-INT OS_sprintf(CHAR *destination, const CHAR *format, ...) FOUNDATION_PRINTF_LIKE(2, 3);
+INT OS_sprintf(CHAR *destination, const CHAR *format, ...) FOUNDATION_NONNULL(1, 2)
+    FOUNDATION_PRINTF_LIKE(2, 3);
 
 /* Write one line, `title`, a colon, two spaces and `text`, to the standard error stream. Returns the
  * number of characters written, or a negative value. */
@@ -110,10 +106,10 @@ INT OS_message_box(const CHAR *title, const CHAR *text);
 
 /* Create `path`, or truncate an existing file, for writing only; permission bits 0755 less the process's
  * file-creation mask. Returns a descriptor or -1. */
-INT OS_create(const CHAR *path);
+INT OS_create(const CHAR *path) FOUNDATION_USE_RESULT;
 
 /* open with the platform's own flag values and permission bits. Returns a descriptor or -1. */
-INT OS_open(const CHAR *path, INT flags, UINT permissions);
+INT OS_open(const CHAR *path, INT flags, UINT permissions) FOUNDATION_USE_RESULT;
 
 /* Returns 0 or -1. */
 INT OS_close(INT descriptor);
@@ -127,7 +123,7 @@ LONG OS_seek(INT descriptor, INT offset, UINT origin);
 
 /* One read of up to `count` bytes, below 2 GiB. Returns the bytes read, which may be fewer; 0 at the end
  * of the file; -1 on error. */
-LONG OS_read(INT descriptor, LPVOID buffer, UINT count);
+LONG OS_read(INT descriptor, LPVOID buffer, UINT count) FOUNDATION_USE_RESULT;
 
 /* One write of up to `count` bytes, below 2 GiB. Returns the bytes written, which may be fewer, or -1. */
 LONG OS_write(INT descriptor, const void *buffer, UINT count);
@@ -145,12 +141,12 @@ ZT_BOOL readUUID(CHAR *buffer, UINT size);
 /* The value of the first two characters of `text` as hexadecimal digits of either case. Conversion stops at
  * the first character that is not one: "7z" gives 7, "zz" 0. White space or a sign in front of a digit is
  * taken as by strtol. */
-BYTE parseHexByteString(const CHAR *text);
+BYTE parseHexByteString(const CHAR *text) FOUNDATION_NONNULL(1) FOUNDATION_USE_RESULT;
 
 /* Draw a random identifier from readUUID into the 16 bytes at `guid`, in the order of its text form. Every
  * byte behind the first zero byte comes out as zero. Returns 1, or 0 with `guid` unchanged when the source
  * cannot be opened. */
-INT OS_create_guid(LPBYTE guid);
+INT OS_create_guid(LPBYTE guid) FOUNDATION_NONNULL(1) FOUNDATION_USE_RESULT;
 
 /* Write the 16 bytes at `guid` as 32 lower-case hexadecimal digits and a terminator to `text`, 33 bytes or
  * more. Returns 0, or -1, nothing written, when either is null. */
@@ -193,9 +189,9 @@ uintptr_t OS_current_thread_id_get_emu(void);
  * with the memory manager's, and releasing the tag takes the record with it: free the section before).
  * `*section` receives it, or null on failure. A threaded one is recursive: leave it as often as it was
  * entered. */
-ZT_BOOL OS_sync_cs_allocate(uint64_t tag, LPVOID *section);
-ZT_BOOL OS_sync_cs_allocate_th(uint64_t tag, LPVOID *section);
-ZT_BOOL OS_sync_cs_allocate_emu(uint64_t tag, LPVOID *section);
+ZT_BOOL OS_sync_cs_allocate(uint64_t tag, LPVOID *section) FOUNDATION_NONNULL(2);
+ZT_BOOL OS_sync_cs_allocate_th(uint64_t tag, LPVOID *section) FOUNDATION_NONNULL(2);
+ZT_BOOL OS_sync_cs_allocate_emu(uint64_t tag, LPVOID *section) FOUNDATION_NONNULL(2);
 
 /* Free a critical section of OS_sync_cs_allocate under the tag it was made with (under another, a threaded
  * one is destroyed and its record stays with its tag). Always returns 1. */
@@ -205,9 +201,9 @@ ZT_BOOL OS_sync_cs_free_emu(uint64_t tag, LPVOID section);
 
 /* OS_sync_cs_allocate with a record from the plain heap, outside every tag: for locks around the memory
  * manager itself. */
-ZT_BOOL OS_mem_sync_cs_allocate(LPVOID *section);
-ZT_BOOL OS_mem_sync_cs_allocate_th(LPVOID *section);
-ZT_BOOL OS_mem_sync_cs_allocate_emu(LPVOID *section);
+ZT_BOOL OS_mem_sync_cs_allocate(LPVOID *section) FOUNDATION_NONNULL(1);
+ZT_BOOL OS_mem_sync_cs_allocate_th(LPVOID *section) FOUNDATION_NONNULL(1);
+ZT_BOOL OS_mem_sync_cs_allocate_emu(LPVOID *section) FOUNDATION_NONNULL(1);
 
 /* Free a critical section of OS_mem_sync_cs_allocate. Always returns 1. */
 ZT_BOOL OS_mem_sync_cs_free(LPVOID section);
@@ -226,9 +222,9 @@ void OS_sync_cs_leave_th(LPVOID section);
 void OS_sync_cs_leave_emu(LPVOID section);
 
 /* Create a mutex identifier. Returns 0; or -4820, `*identifier` null. */
-ZT_ERRCOUNT OS_mutex_ID_allocate(LPVOID *identifier);
-ZT_ERRCOUNT OS_mutex_ID_allocate_th(LPVOID *identifier);
-ZT_ERRCOUNT OS_mutex_ID_allocate_emu(LPVOID *identifier);
+ZT_ERRCOUNT OS_mutex_ID_allocate(LPVOID *identifier) FOUNDATION_NONNULL(1);
+ZT_ERRCOUNT OS_mutex_ID_allocate_th(LPVOID *identifier) FOUNDATION_NONNULL(1);
+ZT_ERRCOUNT OS_mutex_ID_allocate_emu(LPVOID *identifier) FOUNDATION_NONNULL(1);
 
 /* Free a mutex identifier. Always returns 0. */
 ZT_ERRCOUNT OS_mutex_ID_free(LPVOID identifier);
@@ -238,9 +234,9 @@ ZT_ERRCOUNT OS_mutex_ID_free_emu(LPVOID identifier);
 /* Take a mutex identifier; `*handle` receives what OS_mutex_release wants (null for a null identifier).
  * Threaded: blocks, and is recursive. Emulated: neither; an identifier already taken gives 0 at once.
  * `*handle` is unwritten when 0 is returned. `reserved` is ignored. */
-ZT_BOOL OS_mutex_open(LPVOID identifier, LPVOID reserved, LPVOID *handle);
-ZT_BOOL OS_mutex_open_th(LPVOID identifier, LPVOID reserved, LPVOID *handle);
-ZT_BOOL OS_mutex_open_emu(LPVOID identifier, LPVOID reserved, LPVOID *handle);
+ZT_BOOL OS_mutex_open(LPVOID identifier, LPVOID reserved, LPVOID *handle) FOUNDATION_NONNULL(3);
+ZT_BOOL OS_mutex_open_th(LPVOID identifier, LPVOID reserved, LPVOID *handle) FOUNDATION_NONNULL(3);
+ZT_BOOL OS_mutex_open_emu(LPVOID identifier, LPVOID reserved, LPVOID *handle) FOUNDATION_NONNULL(3);
 
 /* Release it once. Returns 0 when the calling thread does not own it (emulated: when it is not taken). */
 ZT_BOOL OS_mutex_release(LPVOID handle);
@@ -295,5 +291,7 @@ void _OS_sys_info_print(void);
 #ifdef __cplusplus
 }
 #endif
+
+#include "foundation/attributes_end.h"
 
 #endif

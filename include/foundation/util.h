@@ -9,6 +9,7 @@
 #ifndef FOUNDATION_UTIL_H
 #define FOUNDATION_UTIL_H
 
+#include "foundation/attributes_begin.h"
 #include "foundation/types.h"
 
 #ifdef __cplusplus
@@ -19,16 +20,16 @@ extern "C" {
 
 /* The date on which the library was built, as "Mmm dd yyyy", days 1 to 9 with a leading space. A constant:
  * the same pointer on every call. */
-const CHAR *iQV_version_compile_date(void);
+const CHAR *iQV_version_compile_date(void) FOUNDATION_USE_RESULT;
 
 /* ---- Image resolution ---- */
 
 /* Dots per inch to pixels per metre: dpi * 39.37 + 0.5, truncated toward zero. A negative argument gives
  * the two's complement of its result. */
-uint64_t iQV_convert_DPI_to_PPM(LONG dots_per_inch);
+uint64_t iQV_convert_DPI_to_PPM(LONG dots_per_inch) FOUNDATION_USE_RESULT;
 
 /* Pixels per metre to dots per inch: ppm * 0.0254 + 0.5, truncated likewise. */
-uint64_t iQV_convert_PPM_to_DPI(LONG pixels_per_metre);
+uint64_t iQV_convert_PPM_to_DPI(LONG pixels_per_metre) FOUNDATION_USE_RESULT;
 
 /* Unit codes: what a resolution counts its dots per. Only METER and INCH can be converted to. */
 #define ZT_RES_UNIT_METER UINT64_C(2)
@@ -59,16 +60,16 @@ ZT_ERRCOUNT Bsu_convert_resolution(uint64_t target_unit, uint64_t *x, uint64_t *
 /* ---- Byte order: ii_ for little-endian data, mm_ for big-endian data ---- */
 
 /* Return the argument unchanged, all 64 bits of it: the processor is little-endian. */
-uint64_t ii_dword_swap(uint64_t value);
-int64_t ii_qword_swap(int64_t value);
+uint64_t ii_dword_swap(uint64_t value) FOUNDATION_USE_RESULT;
+int64_t ii_qword_swap(int64_t value) FOUNDATION_USE_RESULT;
 
 /* Reverse the four bytes of a word below 2^32; USE THE LOW 32 BITS of the result. The bits above them hold
  * a residue (0x12345678 gives 0x0012345678563412), and bits of `value` above 31 are not masked off. */
-uint64_t mm_dword_swap(uint64_t value);
+uint64_t mm_dword_swap(uint64_t value) FOUNDATION_USE_RESULT;
 
 /* Reverse the eight bytes of a value from 0 to 2^32 - 1. For any other value the result is that of two
  * mm_dword_swap joined with their residues, NOT a byte reversal: swap the halves one by one instead. */
-int64_t mm_qword_swap(int64_t value);
+int64_t mm_qword_swap(int64_t value) FOUNDATION_USE_RESULT;
 
 /* ---- Text ---- */
 
@@ -79,12 +80,12 @@ int64_t mm_qword_swap(int64_t value);
  * adds 5 for -1, 50 for -2 and so on (12.3 with -1 gives "17"). A whole number or fraction outside the
  * 32-bit range, as most fractions of more than 9 decimals are, becomes -2147483648.
  * Returns the number of characters written. */
-INT Bsu_double_to_string(INT precision, CHAR *buffer, double value);
+INT Bsu_double_to_string(INT precision, CHAR *buffer, double value) FOUNDATION_NONNULL(2);
 
 /* Change A-Z to a-z, or a-z to A-Z, in place; every other byte stays, and no locale is consulted. Texts of
  * 2 GiB or more are outside what these functions handle. Return `text`. */
-CHAR *Bsu_strlwr(CHAR *text);
-CHAR *Bsu_strupr(CHAR *text);
+CHAR *Bsu_strlwr(CHAR *text) FOUNDATION_NONNULL(1);
+CHAR *Bsu_strupr(CHAR *text) FOUNDATION_NONNULL(1);
 
 /* ---- CRC-32 ---- */
 
@@ -113,16 +114,18 @@ typedef struct ZT_MD5_CONTEXT {
 } ZT_MD5_CONTEXT;
 
 /* Begin a digest. `buffer` and `digest` are left as they are. */
-void MD5Init(ZT_MD5_CONTEXT *context);
+void MD5Init(ZT_MD5_CONTEXT *context) FOUNDATION_NONNULL(1);
 
 /* Feed `length` bytes. A length of 0 reads nothing, null allowed. */
-void MD5Update(ZT_MD5_CONTEXT *context, const void *input, UINT length);
+void MD5Update(ZT_MD5_CONTEXT *context, const void *input, UINT length) FOUNDATION_NONNULL(1);
 
 /* Finish: the digest is then in `context->digest`, its first byte first. The record is not wiped. */
-void MD5Final(ZT_MD5_CONTEXT *context);
+void MD5Final(ZT_MD5_CONTEXT *context) FOUNDATION_NONNULL(1);
 
 #ifdef __cplusplus
 }
 #endif
+
+#include "foundation/attributes_end.h"
 
 #endif

@@ -783,7 +783,7 @@ TEST_F(FileServices, ReadAndWritePassTheirArgumentsOn)
     {
         replaced_call read_replaced(read_call, note(of_read));
         replaced_call write_replaced(write_call, note(of_write));
-        OS_read(41, bytes, INT32_MAX);
+        EXPECT_EQ(OS_read(41, bytes, INT32_MAX), 0);
         OS_write(42, bytes, INT32_MAX);
     }
     EXPECT_EQ(of_read, arguments(41, bytes, INT32_MAX));
