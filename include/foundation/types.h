@@ -2,15 +2,19 @@
  *
  * Plain C99 and C++11 or newer. The types have the same size in every program that uses the library.
  *
- * Status values. Each family keeps its own convention; they are deliberately not unified:
+ * Status values. Each family keeps its own convention; they are not unified, because callers test for these
+ * very values:
  *
  *   family                                   success                failure
  *   pointer array (array.h)                  0                      -1, -1000
  *   memory manager (memory.h)                the block, a count,    null; the pointer given when it
  *                                            null from a release    is not recorded; -1 unknown tag
+ *     ZR_memm_flags                          2, recorded            0, not recorded
  *   critical sections, opening and           1, also for a null     0
  *   releasing mutexes, events (os.h)         handle
- *   mutex-identifier creation (os.h)         0                      -4820
+ *   OS_mutex_ID_allocate (os.h)              0                      -4820
+ *   OS_mutex_ID_free (os.h)                  0                      none
+ *   date texts (date.h)                      1                      0
  *   resolution conversion (util.h)           0                      -2445
  *   system services (os.h)                   the platform's own     null or -1, and 0 where a function
  *                                            result, a length, 0    says so; errno is left as the
