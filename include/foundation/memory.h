@@ -2,21 +2,33 @@
  *
  * A memory tag is an unsigned 64-bit number that names an owner. Every block is recorded under one tag
  * and is released alone, with its tag, or with everything. Clients choose tags of their own or draw
- * unique ones. Use no tag 0: it equals the manager's marker for a vacant record, so blocks of tag 0 may
- * lose their record, and are then never released, as soon as another tag that is a multiple of 32 is used.
+ * unique ones.
+ *
+ * Use no tag 0: it equals the manager's marker for a vacant record, and its blocks get lost in two ways. They
+ * may be forgotten, and never released, as soon as another multiple of 32 is used as a tag, and the first
+ * unique tag is one; or, recorded while such a tag is in use, they may not be found any more once that is
+ * released, and ZR_memm_cleanup alone still releases them.
  *
  * Ownership: a recorded block belongs to the manager until it is freed or disassociated, or its tag or
- * everything is released. Releasing a tag frees its blocks without notice; pointers to them dangle.
+ * everything is released; handed to free() or realloc(), it would be released twice. Releasing a tag frees
+ * its blocks without notice; pointers to them dangle. Blocks are aligned like malloc's, to 16 bytes.
+ *
+ * The table is empty when the library is loaded and lasts for the life of the process, whether or not the
+ * library is closed with dlclose and loaded again. A forked child has a copy of table and blocks.
  *
  * `file` (text, may be null) and `line` name the call site; they are accepted and ignored.
  *
- * Cost: lookups are linear in the number of blocks of a tag, 13 to a bookkeeping node. Tags are meant to
- * be released whole. The first 13 blocks of the first tag of each bucket (tag modulo 32) cost no
- * bookkeeping allocation.
+ * Cost: recording, finding and freeing a block are linear in the tags of its bucket (tag modulo 32) and in
+ * the blocks of its tag, 13 to a bookkeeping node. Tags are meant to be released whole. The first 13 blocks
+ * of the first tag of each bucket cost no bookkeeping allocation.
  *
- * Threads: the manager takes no lock and all tags share one table. Serialise all calls of this family,
- * and those of the functions that allocate through it: array.h, and in os.h OS_sys_path_concat,
- * OS_sync_cs_allocate and OS_sync_cs_free.
+ * Threads: the manager takes no lock, and all tags share one table. The CALLER must serialise, with one lock
+ * of its own (OS_mem_sync_cs_allocate makes one outside the table), all calls of
+ *   - this header, ZR_memm_unique_tag_get and ZR_memm_flags included;
+ *   - array.h: ZR_array_ptr_alloc, ZR_array_ptr_delete, ZR_array_ptr_add, ZR_array_ptr_remove and
+ *     ZR_array_ptr_remove_ex, whichever array they are for;
+ *   - os.h: OS_sys_path_concat, and OS_sync_cs_allocate and OS_sync_cs_free with their _th and _emu names.
+ * None of them belongs in a signal handler, nor in the child of a fork made during such a call.
  */
 #ifndef FOUNDATION_MEMORY_H
 #define FOUNDATION_MEMORY_H
@@ -37,51 +49,53 @@ extern "C" {
 /* Does nothing; the manager is ready when the library is loaded. */
 void ZR_mem_init(void);
 
-/* Draw a fresh tag: 0x10000000 in the first call of the process, then one more each time; the library
+/* Draw a fresh tag: 0x10000000 in the first call of the process, then one more each time; the library itself
  * draws one in every OS_sys_path_concat. Never fails. The number of the call, from 0, is joined with
- * ZR_MEMM_UNIQUE_TAG_BIT, so calls 2^28 + 1 to 2^29 repeat the tags of the first 2^28; nothing guards
- * against that. */
+ * ZR_MEMM_UNIQUE_TAG_BIT, so calls 2^28 + 1 to 2^29 repeat the tags of the first 2^28, and nothing tells. */
 uint64_t ZR_memm_unique_tag_get(const CHAR *file, INT line);
 
-/* Allocate `size` bytes and record the block under `tag`. A size of 0 is passed on to the heap.
- * Returns the block, content undefined, or null when the heap refuses it or its bookkeeping; then
- * nothing is recorded and nothing is kept. */
+/* Allocate `size` bytes and record the block under `tag`. A size of 0 is passed on to the heap, which gives a
+ * block of its own without usable bytes. Returns the block, content undefined, or null when the heap refuses
+ * it or its bookkeeping; then nothing is recorded and nothing is kept. */
 LPVOID ZR_memm_alloc(uint64_t tag, uint64_t size, const CHAR *file, INT line) FOUNDATION_BLOCK_OF(2);
 
-/* Record `block`, which must come from malloc, calloc or realloc, under `tag` as `size` bytes, no more
- * than it has: ZR_memm_realloc copies by that size.
- * Returns the block, now the manager's, or null when `block` is null or the bookkeeping cannot be had;
- * then it stays the caller's. Nothing checks for duplicates: a block associated twice is recorded, and
- * would be released, twice. */
+/* Record `block`, which must come from malloc, calloc or realloc, under `tag` as `size` bytes, no more than
+ * it has: ZR_memm_realloc copies by that size. Returns the block, now the manager's; or null when `block` is
+ * null or the bookkeeping cannot be had, and the block stays the caller's. Nothing checks for duplicates: a
+ * block associated twice is recorded twice, and would be released twice. */
 LPVOID ZR_memm_associate(uint64_t tag, LPVOID block, uint64_t size);
 
-/* Release `block`, recorded under `tag`. Returns null when it was released or was null, and `block`
- * itself, untouched, when it is not recorded under that tag. */
+/* Release `block`, recorded under `tag`. Returns null when it was released or was null, and `block` itself,
+ * untouched, when it is not recorded under that tag. */
 LPVOID ZR_memm_free(uint64_t tag, LPVOID block, const CHAR *file, INT line);
 
-/* Move `block`, recorded under `tag`, to a new block of `size` bytes, never in place. The smaller of the
- * recorded and the new size is copied. Returns the new block; or null with `block` untouched when it is
- * not recorded under that tag; or null with `block` RELEASED when the new one cannot be had: unlike
- * realloc, a failed resize loses the old block. Where both may happen, ask ZR_memm_flags first. A null
- * `block` acts as an allocation when the tag has a vacant slot among its records, and otherwise gives null.
- */
+/* Move `block`, recorded under `tag`, to a new block of `size` bytes, never in place, and release the old
+ * one. The smaller of the recorded and the new size is copied; a size of 0 gives a block without usable
+ * bytes. Returns the new block; or null with `block` untouched when it is not recorded under that tag; or
+ * null with `block` RELEASED when the new one cannot be had: unlike realloc's, the old block is lost, so that
+ * its owner must forget it. Where both may happen, ask ZR_memm_flags first. Pass no null: it acts as an
+ * allocation when the tag has a vacant slot among its records, and otherwise gives null. */
 LPVOID ZR_memm_realloc(uint64_t tag, LPVOID block, uint64_t size, const CHAR *file,
                        INT line) FOUNDATION_USE_RESULT FOUNDATION_BLOCK_OF(3);
 
-/* Give up the record of `block` under `tag` without releasing it; it becomes the caller's, to be
- * released with free(). Returns null when the record was removed, `block` itself when there was none.
- * `block` must not be null: null is not refused and would falsify the count of a bookkeeping node. */
+/* Give up the record of `block` under `tag` without releasing it; it becomes the caller's, to be released
+ * with free(). Returns null when the record was removed, `block` itself when there was none. Pass no null: it
+ * is not refused and lowers a bookkeeping node's count, after which blocks of the tag can lose their record
+ * and are then never released. */
 LPVOID ZR_memm_disassociate(uint64_t tag, LPVOID block);
 
-/* Release every block recorded under `tag`. Returns how many there were, or -1 for a tag without a
- * record. 0 is possible too: when a tag's blocks are freed one by one its record can outlive the last. */
+/* Release every block recorded under `tag`, arrays and the records of critical sections among them (free the
+ * sections before: their mutex is not destroyed here). Returns how many blocks there were, or -1 for a tag
+ * without a record. 0 is possible too: when a tag's blocks are freed one by one its record can outlive the
+ * last. */
 LONG ZR_memm_free_all(uint64_t tag);
 
-/* Returns ZR_MEMM_FLAG_RECORDED when `block` is recorded under `tag`, otherwise 0. `block` is not read. */
+/* Returns ZR_MEMM_FLAG_RECORDED when `block` is recorded under `tag`, otherwise 0; a null `block` gives 0.
+ * The block is not read. */
 uint64_t ZR_memm_flags(uint64_t tag, LPVOID block) FOUNDATION_USE_RESULT;
 
-/* Release every block of every tag and return how many there were. The host calls it at its end; the
- * library never does. Unique tags drawn afterwards do not repeat earlier ones. */
+/* Release every block of every tag and return how many there were. The host calls it at its end; the library
+ * never does. The table is then as it was at load, but for the count of unique tags, which goes on. */
 LONG ZR_memm_cleanup(void);
 
 #ifdef __cplusplus
