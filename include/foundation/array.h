@@ -9,19 +9,19 @@
  *     -1  ZR_ERR_REFUSED      invalid handle, index out of range, nothing found, or operation refused
  *  -1000  ZR_ERR_NO_MEMORY    memory could not be obtained
  * Every operation but creation first checks its handle (see _ZR_array_ptr_check) and returns -1 when the
- * check fails. An out-parameter is written only on success, unless said otherwise, and may be null
- * unless said otherwise.
+ * check fails, as for null; it cannot be relied upon for a handle that dangles. An out-parameter is written
+ * only on success, unless said otherwise, and may be null unless said otherwise.
  *
  * Sorted mode: an array created with a sorted flag other than 0 and a comparator keeps the comparator's
  * ascending order; equal elements keep their order of insertion.
  *
  * Cost: growing copies everything, by a fixed increment; so does every insertion in sorted mode before the
  * end, and every removal that leaves one whole increment of slots free. An insertion in sorted mode calls
- * the comparator for each element up to its place; a binary search is logarithmic. Both count in 32 bits:
- * keep arrays in sorted mode below 2^32 elements.
+ * the comparator for each element up to its place; a binary search is logarithmic. Both count in 32 bits: a
+ * binary search works up to 2^31 elements, an insertion in sorted mode up to 2^32.
  *
- * Threads: no operation takes a lock. One array is used by one thread at a time, and all calls that add,
- * remove, create or delete are serialised with the memory manager's.
+ * Threads: no operation takes a lock. One array is used by one thread at a time, reading included, and the
+ * CALLER serialises creating, deleting, adding and removing with the memory manager's calls (memory.h).
  */
 #ifndef FOUNDATION_ARRAY_H
 #define FOUNDATION_ARRAY_H
@@ -37,15 +37,15 @@ extern "C" {
 #define ZR_ERR_REFUSED (-1)
 #define ZR_ERR_NO_MEMORY (-1000)
 
-/* Compares two elements: negative, zero or positive as `a` is below, equal to or above `b`.
- * Searches pass the key first and the stored element second; sorted insertion passes the stored element
- * first and the new one second. */
+/* Compares two elements: negative, zero or positive as `a` is below, equal to or above `b`. Searches pass the
+ * key first and the stored element second; sorted insertion passes the stored element first and the new one
+ * second. It must not change the array that it is called for: the vector may move under the operation. */
 typedef INT (*ZT_ARRAY_PTR_COMPARE)(LPVOID a, LPVOID b);
 
 /* Create an empty array under `tag` and store its handle through `array` (must not be null). The vector
- * grows and shrinks by `increment` slots, at least 1; an array created with 0 never holds an element.
- * `compare` may be null: then elements stay in insertion order, and the array must not be searched if
- * `sorted` is 0 (if it is not, searches give -1). Returns 0, or -1000 with `*array` unwritten. */
+ * grows and shrinks by `increment` slots, at least 1; an array created with 0 never holds an element, adding
+ * gives -1000. `compare` may be null: then elements stay in insertion order, and the array must not be
+ * searched if `sorted` is 0 (if it is not, searches give -1). Returns 0, or -1000 with `*array` unwritten. */
 ZT_ERRCOUNT ZR_array_ptr_alloc(uint64_t tag, ZT_DT_ANY **array, uint64_t increment, INT sorted,
                                ZT_ARRAY_PTR_COMPARE compare) FOUNDATION_NONNULL(2);
 
@@ -55,10 +55,12 @@ ZT_ERRCOUNT ZR_array_ptr_delete(ZT_DT_ANY *array);
 /* Add `element` (any value, null included): in sorted mode in front of the first element that compares
  * greater, otherwise, and where there is none, at the end. `index` receives its place. Returns 0; -1; or
  * -1000, array unchanged, when it cannot grow. In sorted mode an insertion before the end that cannot get its
- * new vector also returns 0, adds nothing and leaves `*index` unwritten: preset it to tell the two apart. */
+ * new vector also returns 0, adds nothing and leaves `*index` unwritten: preset it, to UINT64_MAX for
+ * example, to tell the two apart. */
 ZT_ERRCOUNT ZR_array_ptr_add(ZT_DT_ANY *array, LPVOID element, uint64_t *index);
 
-/* Overwrite the element at `index`. Returns 0, or -1: index not below the count, or array in sorted mode. */
+/* Overwrite the element at `index`; what was there is the caller's to release. Returns 0, or -1: index not
+ * below the count, or array in sorted mode. */
 ZT_ERRCOUNT ZR_array_ptr_set(ZT_DT_ANY *array, uint64_t index, LPVOID element);
 
 /* Read the element at `index`. Returns 0, or -1: index not below the count. */
@@ -80,7 +82,8 @@ ZT_ERRCOUNT ZR_array_ptr_count_get(ZT_DT_ANY *array, uint64_t *count);
  * or 0 when the index is not below the count; both return 0. Returns -1 for an invalid handle. */
 ZT_ERRCOUNT ZR_array_ptr_remove_ex(ZT_DT_ANY *array, uint64_t index, uint64_t *removed, uint64_t keep_order);
 
-/* ZR_array_ptr_remove_ex with `keep_order` 0, for sorted arrays too. */
+/* ZR_array_ptr_remove_ex with `keep_order` 0, for sorted arrays too: then they may be out of order, and
+ * searches miss elements. */
 ZT_ERRCOUNT ZR_array_ptr_remove(ZT_DT_ANY *array, uint64_t index, uint64_t *removed);
 
 /* Returns 1 when `array` is the handle of an array, 0 when it is null or its record does not begin with
