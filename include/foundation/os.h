@@ -7,9 +7,9 @@
  *
  * Ownership: module handles, file descriptors and heap blocks belong to the caller.
  *
- * Threads: every function may be called from any thread, but those that allocate through the memory
- * manager are serialised with it (see memory.h): OS_sys_path_concat, OS_sync_cs_allocate and
- * OS_sync_cs_free.
+ * Threads: every function may be called from any thread, but the CALLER serialises those that allocate
+ * through the memory manager with its other calls (the list is in memory.h): OS_sys_path_concat,
+ * OS_sync_cs_allocate and OS_sync_cs_free. None is meant for signal handlers.
  */
 #ifndef FOUNDATION_OS_H
 #define FOUNDATION_OS_H
@@ -24,24 +24,33 @@ extern "C" {
 /* ---- Modules, paths and the process ---- */
 
 /* Load a shared object (dlopen with RTLD_LAZY). A name without "/" is searched for as this library's own
- * dependencies would be, so the host's run path does not count. A null `name` gives the process image,
- * through which the symbols of the program and of all that it was linked with can be looked up, but not
- * those of modules that this function loaded. Returns a handle, or null. */
+ * dependencies would be: the host's DT_RPATH counts, its DT_RUNPATH does not. A null `name` gives the process
+ * image, through which the symbols of the program and of all that it was linked with can be looked up, but
+ * not those of modules that this function loaded. Returns a handle, to be given back by OS_sys_module_unload,
+ * or null; dlerror() in the same thread then says why. */
 LPVOID OS_sys_module_load(const CHAR *name) FOUNDATION_USE_RESULT;
 
-/* Look `symbol` up in a module. Returns its address; null when it is not found or `symbol` is null. A null
- * `module` searches the default scope of this library. */
+/* Look `symbol` up in a module. Returns its address; null when it is not found (dlerror() says why) or
+ * `symbol` is null. A null `module` searches the default scope of this library. To call a function that was
+ * found:
+ *
+ *   C++   auto function = reinterpret_cast<function_type *>(OS_sys_sym_get(module, "name"));
+ *   C     function_type *function;
+ *         *(LPVOID *)&function = OS_sys_sym_get(module, "name");
+ */
 LPVOID OS_sys_sym_get(LPVOID module, const CHAR *symbol) FOUNDATION_USE_RESULT;
 
-/* Give a module handle back (dlclose). Returns 0 on success, another value on failure. */
+/* Give a module handle back (dlclose), once for each load. Returns 0 on success, another value on failure
+ * (dlerror() says why). Null is not refused: the platform's dlclose reads through it. */
 INT OS_sys_module_unload(LPVOID module);
 
-/* Join `directory` and `name` with one "/" between them, unless `directory` already ends in "/"; an empty
- * directory gives the name alone. Nothing else is normalised: "a/" and "/b" give "a//b".
- * At most `limit` characters are stored in `output`, and a terminator only when the joined text is shorter
- * than `limit`. Returns the length of what then stands in `output`, measured as a terminated text: give a
- * limit below the size of a zero-filled buffer. Returns 0, `output` untouched, when scratch memory cannot
- * be had. `output` may be `directory` or `name`. */
+/* Join `directory` and `name` with one "/" between them, unless `directory` already ends in "/"; with an
+ * empty directory the name is copied alone. Nothing else is normalised: "a/" and "/b" give "a//b". At most
+ * `limit` characters are stored in `output`, which may be `directory` or `name`, and a terminator only when
+ * the joined text is shorter than `limit`. Returns the length of what then stands in `output`, measured as a
+ * terminated text and read on behind `limit` where there is no terminator: give a limit below the size of a
+ * zero-filled buffer. 0 can mean that scratch memory could not be had, `output` untouched, or that
+ * both texts are empty. */
 LONG OS_sys_path_concat(const CHAR *directory, const CHAR *name, CHAR *output, UINT limit)
     FOUNDATION_NONNULL(1, 2, 3);
 
@@ -64,13 +73,14 @@ INT OS_processor_count(void) FOUNDATION_USE_RESULT;
 
 /* ---- Heap, memory and text ---- */
 
-/* malloc. Returns the block, the caller's, or null. */
+/* malloc. Returns the block, the caller's and aligned to 16 bytes, or null. */
 LPVOID OS_alloc(uint64_t size) FOUNDATION_USE_RESULT FOUNDATION_BLOCK_OF(1);
 
-/* realloc, with its rules for a null `block` and for a failure (null, `block` kept). */
+/* realloc, with its rules: a null `block` allocates; a size of 0 releases `block` and gives null; a failure
+ * gives null with `block` kept. Not for blocks that the memory manager records. */
 LPVOID OS_realloc(LPVOID block, uint64_t size) FOUNDATION_USE_RESULT FOUNDATION_BLOCK_OF(2);
 
-/* free; `block` may be null. Always returns 0. */
+/* free; `block` may be null, and is none that the memory manager records. Always returns 0. */
 INT OS_free(LPVOID block);
 
 /* Copy `count` bytes between ranges that do not overlap. Returns `destination`. */
@@ -86,15 +96,18 @@ INT OS_memcmp(const void *a, const void *b, uint64_t count) FOUNDATION_USE_RESUL
  * leaves `destination` without a terminator. Returns `destination`. */
 CHAR *OS_strncpy(CHAR *destination, const CHAR *source, UINT count);
 
-/* Move `*cursor` past the spaces and horizontal tabs it stands on. */
+/* Move `*cursor` past the spaces and horizontal tabs it stands on. For this function and the next, declare
+ * the cursor `const CHAR *cursor = text;` even over a text that may be changed: the address of a `CHAR *` is
+ * an error in C++ and a warning in C. */
 void gap_ignore(const CHAR **cursor) FOUNDATION_NONNULL(1);
 
 /* Move `*cursor` to the next space or horizontal tab; it stays if it stands on one. Does NOT stop at the
  * terminator: the text must hold a space or tab behind the word. */
 void non_gap_ignore(const CHAR **cursor) FOUNDATION_NONNULL(1);
 
-/* vsprintf, every conversion included: no limit is applied, so `destination` must hold the longest
- * possible text. Returns the number of characters written without the terminator, or a negative value. */
+/* vsprintf, every conversion included: no limit is applied, so `destination` must hold the longest possible
+ * text, and must not be among the arguments. Returns the number of characters written without the terminator,
+ * or a negative value. */
 INT OS_sprintf(CHAR *destination, const CHAR *format, ...) FOUNDATION_NONNULL(1, 2)
     FOUNDATION_PRINTF_LIKE(2, 3);
 
@@ -111,7 +124,7 @@ INT OS_create(const CHAR *path) FOUNDATION_USE_RESULT;
 /* open with the platform's own flag values and permission bits. Returns a descriptor or -1. */
 INT OS_open(const CHAR *path, INT flags, UINT permissions) FOUNDATION_USE_RESULT;
 
-/* Returns 0 or -1. */
+/* Close a descriptor. Returns 0 or -1. */
 INT OS_close(INT descriptor);
 
 /* Delete a file or an empty directory. Returns 0 or -1. */
@@ -133,19 +146,21 @@ LONG OS_size_change(INT descriptor, INT length);
 
 /* ---- Identifiers ---- */
 
-/* Read the first line of "/proc/sys/kernel/random/uuid", a fresh random identifier in its usual text form,
- * into `buffer`: at most `size` - 1 characters, the newline included where it fits; the rest of the `size`
- * bytes is zero. Returns 1 when the file was opened, also if nothing could be read from it, otherwise 0. */
+/* Read the first line of "/proc/sys/kernel/random/uuid", a fresh random identifier in its usual text form of
+ * 36 characters, into `buffer`: at most `size` - 1 characters. The newline is kept where it fits, that is
+ * from a `size` of 38 on; the rest of the `size` bytes is zero, and after any failure all of them. Returns 1
+ * when the file was opened, also if nothing could be read from it, otherwise 0. */
 ZT_BOOL readUUID(CHAR *buffer, UINT size);
 
 /* The value of the first two characters of `text` as hexadecimal digits of either case. Conversion stops at
  * the first character that is not one: "7z" gives 7, "zz" 0. White space or a sign in front of a digit is
- * taken as by strtol. */
+ * taken as by strtol, and a negative value wraps: "-1" gives 255. */
 BYTE parseHexByteString(const CHAR *text) FOUNDATION_NONNULL(1) FOUNDATION_USE_RESULT;
 
-/* Draw a random identifier from readUUID into the 16 bytes at `guid`, in the order of its text form. Every
- * byte behind the first zero byte comes out as zero. Returns 1, or 0 with `guid` unchanged when the source
- * cannot be opened. */
+/* Draw a random identifier from readUUID into the 16 bytes at `guid`, in the order of its text form. It is
+ * copied as a text: every byte behind the first zero byte comes out as zero. So about one GUID in twenty is
+ * cut short and one in 256 is all zero: where that matters, draw again. Returns 1, or 0 with `guid` unchanged
+ * when the source cannot be opened. */
 INT OS_create_guid(LPBYTE guid) FOUNDATION_NONNULL(1) FOUNDATION_USE_RESULT;
 
 /* Write the 16 bytes at `guid` as 32 lower-case hexadecimal digits and a terminator to `text`, 33 bytes or
@@ -154,25 +169,40 @@ INT OS_guid_to_string(const BYTE *guid, CHAR *text);
 
 /* ---- Threads: mode, critical sections, mutex identifiers, events ----
  *
- * The library has no link-time reference to any thread function. The first call of any function of this
- * section without _th or _emu looks twelve of them up by name in the process and fixes the mode for good:
+ * Mode. The library has no link-time reference to any thread function. The first call of any function of this
+ * section without _th or _emu looks twelve of them up by name in the process and fixes the mode for the life
+ * of the process, whether or not the library is closed with dlclose and loaded again:
  *   threaded   all twelve were found; every object is a real one of the platform
  *   emulated   one was missing; every object is a plain flag, nothing blocks, nothing protects
- * An object is used in the mode in which it was made.
+ * From glibc 2.34 on every host is threaded. Before, a host is emulated unless, by that first call, the
+ * thread library has been linked with the program or loaded into the global scope: one that a module brings
+ * later, or in its own scope (RTLD_LOCAL), does not count, although the process then has threads.
  *
- * Each operation exists three times with the same arguments and result: the plain name, which follows the
- * mode, and the names with _th (threaded) and _emu (emulated). A _th function must not be called unless
- * OS_threads_support has returned 1.
+ * Names. Each operation exists three times with the same arguments and result: the plain name, which follows
+ * the mode, and the names with _th (threaded) and _emu (emulated). Ordinary code uses the plain name alone;
+ * the others are for tests, and an object made by one kind of name is never handed to another. A _th function
+ * must not be called unless OS_threads_support has returned 1: before, it may jump to
+ * address 0.
  *
- * Results: ZT_BOOL functions return 1 for success and 0 for failure; the mutex-identifier functions that
- * return ZT_ERRCOUNT give 0 for success and -4820 for failure. A null handle is a success that does
- * nothing to an object, but for the free functions of threaded mode, which hand it to the platform's mutex
- * destruction all the same: do not free null there. Out-parameters must not be null unless said otherwise.
+ * Results. ZT_BOOL functions return 1 for success and 0 for failure; OS_mutex_ID_allocate gives 0 for success
+ * and -4820 for failure. Out-parameters must not be null unless said otherwise.
  *
- * Threaded creation of critical sections and mutex identifiers does not test its allocation before the
- * platform initialises the mutex: where memory has run out, the platform receives a null mutex.
+ * Null handles are a success that does nothing, but for OS_sync_cs_free, OS_mem_sync_cs_free and
+ * OS_mutex_ID_free in threaded mode: these hand null to the platform's mutex destruction, which ends the
+ * process (glibc). Free no null with them; OS_close_event takes it.
  *
- * Objects are the library's until they are freed; free them once no thread is inside or waits. */
+ * Out of memory. Threaded creation of critical sections and mutex identifiers does not test its allocation
+ * before the platform initialises the mutex, which glibc does not survive. Where the platform accepts the
+ * null mutex, creation reports success with a null handle, which protects nothing: test the handle as well.
+ *
+ * Owners. Leave and release belong to the thread that entered or opened; from another thread they change
+ * nothing. Objects are the library's until they are freed; free them once no thread is inside or waits. After
+ * a fork, the child must not use an object that a thread was in or waited for, the forking thread included:
+ * it stays taken, and closing an event can block. Cancel no thread that waits for an event: the event's guard
+ * stays locked, and every later set, reset or wait blocks.
+ *
+ * Memory order. What a thread wrote before it left, released or set is seen by the thread that then enters,
+ * opens or ends its wait. In emulated mode none of this section is for more than one thread. */
 
 /* What OS_mutex_ID_allocate returns on failure. */
 #define ZR_ERR_MUTEX_ID (-4820)
@@ -180,21 +210,21 @@ INT OS_guid_to_string(const BYTE *guid, CHAR *text);
 /* 1 in threaded mode, 0 in emulated mode; the same on every call. */
 UINT OS_threads_support(void);
 
-/* The platform's identifier of the calling thread (pthread_self); 1 in emulated mode. */
+/* The platform's identifier of the calling thread (pthread_self), which a later thread may get again; always
+ * 1 in emulated mode. */
 uintptr_t OS_current_thread_id_get(void);
 uintptr_t OS_current_thread_id_get_th(void);
 uintptr_t OS_current_thread_id_get_emu(void);
 
-/* Create a critical section whose record belongs to the memory tag `tag` (see memory.h: calls are serialised
- * with the memory manager's, and releasing the tag takes the record with it: free the section before).
- * `*section` receives it, or null on failure. A threaded one is recursive: leave it as often as it was
- * entered. */
+/* Create a critical section whose record belongs to the memory tag `tag`: the caller serialises (memory.h),
+ * and releasing the tag takes the record with it, so free the section before. `*section` receives it, or null
+ * on failure. A threaded one is recursive: leave it as often as it was entered. */
 ZT_BOOL OS_sync_cs_allocate(uint64_t tag, LPVOID *section) FOUNDATION_NONNULL(2);
 ZT_BOOL OS_sync_cs_allocate_th(uint64_t tag, LPVOID *section) FOUNDATION_NONNULL(2);
 ZT_BOOL OS_sync_cs_allocate_emu(uint64_t tag, LPVOID *section) FOUNDATION_NONNULL(2);
 
-/* Free a critical section of OS_sync_cs_allocate under the tag it was made with (under another, a threaded
- * one is destroyed and its record stays with its tag). Always returns 1. */
+/* Free a critical section of OS_sync_cs_allocate under the tag it was made with; the caller serialises. Under
+ * another tag its record stays, though a threaded one is destroyed. Always returns 1. */
 ZT_BOOL OS_sync_cs_free(uint64_t tag, LPVOID section);
 ZT_BOOL OS_sync_cs_free_th(uint64_t tag, LPVOID section);
 ZT_BOOL OS_sync_cs_free_emu(uint64_t tag, LPVOID section);
@@ -205,7 +235,7 @@ ZT_BOOL OS_mem_sync_cs_allocate(LPVOID *section) FOUNDATION_NONNULL(1);
 ZT_BOOL OS_mem_sync_cs_allocate_th(LPVOID *section) FOUNDATION_NONNULL(1);
 ZT_BOOL OS_mem_sync_cs_allocate_emu(LPVOID *section) FOUNDATION_NONNULL(1);
 
-/* Free a critical section of OS_mem_sync_cs_allocate. Always returns 1. */
+/* Free a critical section of OS_mem_sync_cs_allocate, not null in threaded mode. Always returns 1. */
 ZT_BOOL OS_mem_sync_cs_free(LPVOID section);
 ZT_BOOL OS_mem_sync_cs_free_th(LPVOID section);
 ZT_BOOL OS_mem_sync_cs_free_emu(LPVOID section);
@@ -216,7 +246,7 @@ void OS_sync_cs_enter(LPVOID section);
 void OS_sync_cs_enter_th(LPVOID section);
 void OS_sync_cs_enter_emu(LPVOID section);
 
-/* Leave it once. Emulated: clears the flag. */
+/* Leave it once, in the thread that entered. Emulated: clears the flag, however often it was entered. */
 void OS_sync_cs_leave(LPVOID section);
 void OS_sync_cs_leave_th(LPVOID section);
 void OS_sync_cs_leave_emu(LPVOID section);
@@ -226,7 +256,7 @@ ZT_ERRCOUNT OS_mutex_ID_allocate(LPVOID *identifier) FOUNDATION_NONNULL(1);
 ZT_ERRCOUNT OS_mutex_ID_allocate_th(LPVOID *identifier) FOUNDATION_NONNULL(1);
 ZT_ERRCOUNT OS_mutex_ID_allocate_emu(LPVOID *identifier) FOUNDATION_NONNULL(1);
 
-/* Free a mutex identifier. Always returns 0. */
+/* Free a mutex identifier, not null in threaded mode. Always returns 0. */
 ZT_ERRCOUNT OS_mutex_ID_free(LPVOID identifier);
 ZT_ERRCOUNT OS_mutex_ID_free_th(LPVOID identifier);
 ZT_ERRCOUNT OS_mutex_ID_free_emu(LPVOID identifier);
@@ -238,7 +268,8 @@ ZT_BOOL OS_mutex_open(LPVOID identifier, LPVOID reserved, LPVOID *handle) FOUNDA
 ZT_BOOL OS_mutex_open_th(LPVOID identifier, LPVOID reserved, LPVOID *handle) FOUNDATION_NONNULL(3);
 ZT_BOOL OS_mutex_open_emu(LPVOID identifier, LPVOID reserved, LPVOID *handle) FOUNDATION_NONNULL(3);
 
-/* Release it once. Returns 0 when the calling thread does not own it (emulated: when it is not taken). */
+/* Release it once, in the thread that opened it. Returns 0 when the calling thread does not own it (emulated:
+ * when it is not taken), and then changes nothing. */
 ZT_BOOL OS_mutex_release(LPVOID handle);
 ZT_BOOL OS_mutex_release_th(LPVOID handle);
 ZT_BOOL OS_mutex_release_emu(LPVOID handle);
@@ -250,13 +281,14 @@ ZT_BOOL OS_create_event(LPVOID *event, UINT initial_state, LPVOID reserved);
 ZT_BOOL OS_create_event_th(LPVOID *event, UINT initial_state, LPVOID reserved);
 ZT_BOOL OS_create_event_emu(LPVOID *event, UINT initial_state, LPVOID reserved);
 
-/* Free an event. Always returns 1. */
+/* Free an event; null is accepted in both modes. Always returns 1. */
 ZT_BOOL OS_close_event(LPVOID event);
 ZT_BOOL OS_close_event_th(LPVOID event);
 ZT_BOOL OS_close_event_emu(LPVOID event);
 
-/* Signal an event and release every thread that waits, or will wait, for it. Returns 0 when the platform's
- * wake-up failed; the state has changed all the same. */
+/* Signal an event: whoever waits for it, or comes to wait before a reset, goes on. A thread that waits is
+ * surely released only if no reset follows before it has run: one that wakes up to a reset event goes on
+ * waiting. Returns 0 when the platform's wake-up failed; the state has changed all the same. */
 ZT_BOOL OS_set_event(LPVOID event);
 ZT_BOOL OS_set_event_th(LPVOID event);
 ZT_BOOL OS_set_event_emu(LPVOID event);
