@@ -2,6 +2,9 @@
  *
  * No function allocates. Pointers must be valid unless null is mentioned.
  *
+ * Conversions of a double to an unsigned 64-bit result cut off toward zero; 2^64 or more gives 0, a negative
+ * value its two's complement, and one below -2^63 gives 2^63.
+ *
  * Status: Bsu_convert_resolution returns 0, or -2445 for a target unit it does not know.
  *
  * Threads: every function may be called from any thread; one MD5 record is used by one thread at a time.
@@ -24,11 +27,10 @@ const CHAR *iQV_version_compile_date(void) FOUNDATION_USE_RESULT;
 
 /* ---- Image resolution ---- */
 
-/* Dots per inch to pixels per metre: dpi * 39.37 + 0.5, truncated toward zero. A negative argument gives
- * the two's complement of its result. */
+/* Dots per inch to pixels per metre: dpi * 39.37 + 0.5, converted as above. */
 uint64_t iQV_convert_DPI_to_PPM(LONG dots_per_inch) FOUNDATION_USE_RESULT;
 
-/* Pixels per metre to dots per inch: ppm * 0.0254 + 0.5, truncated likewise. */
+/* Pixels per metre to dots per inch: ppm * 0.0254 + 0.5, converted as above. */
 uint64_t iQV_convert_PPM_to_DPI(LONG pixels_per_metre) FOUNDATION_USE_RESULT;
 
 /* Unit codes: what a resolution counts its dots per. Only METER and INCH can be converted to. */
@@ -52,9 +54,9 @@ typedef struct ZT_RESOLUTION {
 
 /* Convert `resolution` to whole dots per `target_unit` (METER or INCH); results through `x` and `y`, either
  * of which may be null. To METER truncates; to INCH rounds half up, except from 10_INCHES, which truncates;
- * between equal units it is an integer division. The factors are 39.37 and its relatives, so 72 per inch
- * give 2834 per metre here and 2835 by iQV_convert_DPI_to_PPM.
- * Returns 0, or -2445 with both results 0 for any other target. */
+ * between equal units it is an integer division. Results are converted as above. The factors are 39.37 and
+ * its relatives, so 72 per inch give 2834 per metre here and 2835 by iQV_convert_DPI_to_PPM. Returns 0, or
+ * -2445 with both results 0 for any other target. */
 ZT_ERRCOUNT Bsu_convert_resolution(uint64_t target_unit, uint64_t *x, uint64_t *y, ZT_RESOLUTION resolution);
 
 /* ---- Byte order: ii_ for little-endian data, mm_ for big-endian data ---- */
@@ -78,7 +80,7 @@ int64_t mm_qword_swap(int64_t value) FOUNDATION_USE_RESULT;
  * negative values are rounded upward (-7.0 with 3 decimals gives "-6.999") and lose their sign where the
  * whole number comes out as 0. A precision below 1 prints the whole number alone; a negative one first
  * adds 5 for -1, 50 for -2 and so on (12.3 with -1 gives "17"). A whole number or fraction outside the
- * 32-bit range, as most fractions of more than 9 decimals are, becomes -2147483648.
+ * 32-bit range, as most fractions of more than 9 decimals are, or not a number, becomes -2147483648.
  * Returns the number of characters written. */
 INT Bsu_double_to_string(INT precision, CHAR *buffer, double value) FOUNDATION_NONNULL(2);
 
@@ -90,16 +92,18 @@ CHAR *Bsu_strupr(CHAR *text) FOUNDATION_NONNULL(1);
 /* ---- CRC-32 ---- */
 
 /* Build the table behind ZR_util_CRC_calc, which does so itself in its first call. Meant for the library
- * itself; calling it again, from any thread, changes nothing. */
+ * itself; calling it again, from any thread, changes nothing. The table stays for the life of the process. */
 void _ZR_make_crc_table(void);
 
-/* CRC-32/ISO-HDLC of `length` bytes (the checksum of PNG, gzip and zlib's crc32: polynomial 0x04C11DB7
- * reflected, initial value and final XOR 0xFFFFFFFF), in the low 32 bits. Every call starts afresh; a CRC
- * over several buffers cannot be continued. A length of 0 gives 0 and reads nothing, null allowed. */
+/* CRC-32/ISO-HDLC of `length` bytes (ISO/IEC 13239, ITU-T V.42; the checksum of PNG, gzip and zlib's crc32:
+ * polynomial 0x04C11DB7 reflected, initial value and final XOR 0xFFFFFFFF), in the low 32 bits. Every call
+ * starts afresh; a CRC over several buffers cannot be continued. A length of 0 gives 0 and reads nothing,
+ * null allowed. */
 uint64_t ZR_util_CRC_calc(const void *data, uint64_t length);
 
 /* ---- MD5 (RFC 1321) ----
- * MD5Init, MD5Update any number of times, MD5Final; then the digest stands in the record. Not fit for
+ * MD5Init, MD5Update any number of times, MD5Final; then the digest stands in the record. Another message
+ * needs a new MD5Init; fed or finished again without one, the record gives meaningless digests. Not fit for
  * security: collisions can be made at will. Other libraries export these three names too. A host that links
  * one of them, such as libmd, names it in front of this library, or its own calls would end up here; this
  * library's calls never leave it. */
@@ -119,7 +123,8 @@ void MD5Init(ZT_MD5_CONTEXT *context) FOUNDATION_NONNULL(1);
 /* Feed `length` bytes. A length of 0 reads nothing, null allowed. */
 void MD5Update(ZT_MD5_CONTEXT *context, const void *input, UINT length) FOUNDATION_NONNULL(1);
 
-/* Finish: the digest is then in `context->digest`, its first byte first. The record is not wiped. */
+/* Finish: the digest is then in `context->digest`, its first byte first. The record is not wiped: it may
+ * still hold the last bytes of the message. */
 void MD5Final(ZT_MD5_CONTEXT *context) FOUNDATION_NONNULL(1);
 
 #ifdef __cplusplus
