@@ -345,8 +345,6 @@ namespace {
 constexpr CHAR SOURCE_NAME[] = "dt_types";
 
 constexpr ZT_ERRCOUNT SUCCESS = 0;
-constexpr ZT_ERRCOUNT REFUSED = -1;
-constexpr ZT_ERRCOUNT NO_MEMORY = -1000;
 
 // The record behind a valid handle, otherwise null.
 ZT_ARRAY_PTR *array_behind(ZT_DT_ANY *handle)
@@ -520,7 +518,7 @@ ZT_ERRCOUNT ZR_array_ptr_alloc(uint64_t tag, ZT_DT_ANY **array, uint64_t increme
 {
     LPVOID block = ZR_memm_alloc(tag, sizeof(ZT_ARRAY_PTR), SOURCE_NAME, __LINE__);
     if (block == nullptr)
-        return NO_MEMORY;
+        return ZR_ERR_NO_MEMORY;
     memset(block, 0, sizeof(ZT_ARRAY_PTR));  // padding included
     auto *created = static_cast<ZT_ARRAY_PTR *>(block);
     created->size = sizeof(ZT_ARRAY_PTR);
@@ -538,7 +536,7 @@ ZT_ERRCOUNT ZR_array_ptr_delete(ZT_DT_ANY *handle)
 {
     ZT_ARRAY_PTR *array = array_behind(handle);
     if (array == nullptr)
-        return REFUSED;
+        return ZR_ERR_REFUSED;
     if (array->slots != nullptr)
         ZR_memm_free(array->tag, array->slots, SOURCE_NAME, __LINE__);
     ZR_memm_free(array->tag, array, SOURCE_NAME, __LINE__);
@@ -549,9 +547,9 @@ ZT_ERRCOUNT ZR_array_ptr_add(ZT_DT_ANY *handle, LPVOID element, uint64_t *index)
 {
     ZT_ARRAY_PTR *array = array_behind(handle);
     if (array == nullptr)
-        return REFUSED;
+        return ZR_ERR_REFUSED;
     if (!grow_if_full(array))
-        return NO_MEMORY;
+        return ZR_ERR_NO_MEMORY;
 
     search_result greater = {false, 0};
     if (is_in_sorted_mode(*array))
@@ -571,7 +569,7 @@ ZT_ERRCOUNT ZR_array_ptr_set(ZT_DT_ANY *handle, uint64_t index, LPVOID element)
 {
     ZT_ARRAY_PTR *array = array_behind(handle);
     if (array == nullptr || is_in_sorted_mode(*array) || index >= array->count)
-        return REFUSED;
+        return ZR_ERR_REFUSED;
     array->slots[index] = element;
     return SUCCESS;
 }
@@ -580,7 +578,7 @@ ZT_ERRCOUNT ZR_array_ptr_get(ZT_DT_ANY *handle, uint64_t index, LPVOID *element)
 {
     const ZT_ARRAY_PTR *array = array_behind(handle);
     if (array == nullptr || index >= array->count)
-        return REFUSED;
+        return ZR_ERR_REFUSED;
     store_if_wanted(element, array->slots[index]);
     return SUCCESS;
 }
@@ -590,7 +588,7 @@ ZT_ERRCOUNT ZR_array_ptr_find(ZT_DT_ANY *handle, LPVOID key, LPVOID *element)
     const ZT_ARRAY_PTR *array = array_behind(handle);
     const search_result match = search(array, key);
     if (!match.is_found)
-        return REFUSED;
+        return ZR_ERR_REFUSED;
     store_if_wanted(element, array->slots[match.index]);
     return SUCCESS;
 }
@@ -599,7 +597,7 @@ ZT_ERRCOUNT ZR_array_ptr_index_get(ZT_DT_ANY *handle, LPVOID key, uint64_t *inde
 {
     const search_result match = search(array_behind(handle), key);
     if (!match.is_found)
-        return REFUSED;
+        return ZR_ERR_REFUSED;
     store_if_wanted(index, match.index);
     return SUCCESS;
 }
@@ -608,7 +606,7 @@ ZT_ERRCOUNT ZR_array_ptr_count_get(ZT_DT_ANY *handle, uint64_t *count)
 {
     const ZT_ARRAY_PTR *array = array_behind(handle);
     if (array == nullptr)
-        return REFUSED;
+        return ZR_ERR_REFUSED;
     store_if_wanted(count, array->count);
     return SUCCESS;
 }
@@ -617,7 +615,7 @@ ZT_ERRCOUNT ZR_array_ptr_remove_ex(ZT_DT_ANY *handle, uint64_t index, uint64_t *
 {
     ZT_ARRAY_PTR *array = array_behind(handle);
     if (array == nullptr)
-        return REFUSED;
+        return ZR_ERR_REFUSED;
     const bool is_in_range = index < array->count;
     if (is_in_range)
         take_out(array, index, keep_order != 0);

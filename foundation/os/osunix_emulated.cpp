@@ -74,7 +74,7 @@ void OS_sync_cs_leave_emu(LPVOID section)
 
 ZT_ERRCOUNT OS_mutex_ID_allocate_emu(LPVOID *identifier)
 {
-    return create_flag(plain_memory{}, 0, identifier) ? 0 : -4820;
+    return create_flag(plain_memory{}, 0, identifier) ? 0 : ZR_ERR_MUTEX_ID;
 }
 
 ZT_ERRCOUNT OS_mutex_ID_free_emu(LPVOID identifier)

@@ -91,7 +91,7 @@ void OS_sync_cs_leave_th(LPVOID section)
 
 ZT_ERRCOUNT OS_mutex_ID_allocate_th(LPVOID *identifier)
 {
-    return create_mutex(plain_memory{}, identifier) ? 0 : -4820;
+    return create_mutex(plain_memory{}, identifier) ? 0 : ZR_ERR_MUTEX_ID;
 }
 
 ZT_ERRCOUNT OS_mutex_ID_free_th(LPVOID identifier)

@@ -115,10 +115,9 @@ uint64_t iQV_convert_PPM_to_DPI(LONG pixels_per_metre)
 
 ZT_ERRCOUNT Bsu_convert_resolution(uint64_t target_unit, uint64_t *x, uint64_t *y, ZT_RESOLUTION resolution)
 {
-    constexpr ZT_ERRCOUNT UNKNOWN_TARGET_UNIT = -2445;
     if (target_unit != ZT_RES_UNIT_METER && target_unit != ZT_RES_UNIT_INCH) {
         store_axes(x, y, 0, 0);
-        return UNKNOWN_TARGET_UNIT;
+        return ZR_ERR_TARGET_UNIT;
     }
     const unit_conversion *conversion = find_conversion(target_unit, resolution.unit);
     store_axes(x, y, convert_axis(resolution.x_numerator, resolution.x_denominator, conversion),
