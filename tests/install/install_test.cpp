@@ -1,5 +1,6 @@
 // The library built and installed afresh, and projects that use what was installed.
 
+#include "install/consumer_output.h"
 #include "support/build_facts.h"
 #include "support/files.h"
 #include "support/nested_build.h"
@@ -15,8 +16,6 @@
 
 namespace {
 
-constexpr char CONSUMER_OUTPUT[] = "libQVutil17.so cbf43926\n";
-
 std::set<std::string> files_below(const std::string &directory)
 {
     std::set<std::string> files;
@@ -26,22 +25,34 @@ std::set<std::string> files_below(const std::string &directory)
     return files;
 }
 
+// Configured for one prefix, installed under another and moved to a third, where all of it is to work.
 class Installation : public testing::Test {
 protected:
     static void SetUpTestSuite()
     {
         scratch = std::make_unique<scratch_directory>();
-        configure_and_build(
-            SOURCE_DIRECTORY, build(),
-            {"-DBUILD_TESTING=OFF", "-DCMAKE_INSTALL_LIBDIR=lib", "-DCMAKE_INSTALL_PREFIX=" + prefix()});
-        const child_result installed = run_cmake({"--install", build()});
+        configure_and_build(SOURCE_DIRECTORY, build(),
+                            {"-DBUILD_TESTING=OFF", "-DCMAKE_INSTALL_LIBDIR=lib",
+                             "-DCMAKE_INSTALL_PREFIX=" + scratch->file("configured")});
+        const std::string first_prefix = scratch->file("first");
+        const child_result installed = run_cmake({"--install", build(), "--prefix", first_prefix});
         ASSERT_TRUE(installed.succeeded()) << installed.describe();
+        std::filesystem::rename(first_prefix, prefix());
     }
     static void TearDownTestSuite() { scratch.reset(); }
 
     static std::string build() { return scratch->file("build"); }
     static std::string prefix() { return scratch->file("prefix"); }
     static std::string consumer_source() { return std::string(SOURCE_DIRECTORY) + "/tests/install/consumer"; }
+
+    // Build the consumer with find_package, which is told by `where` where to look, and run it.
+    static void expect_find_package_serves(const std::string &consumer_build, const std::string &where)
+    {
+        configure_and_build(consumer_source(), consumer_build, {where});
+        const child_result result = run_command({consumer_build + "/consumer"});
+        EXPECT_TRUE(result.succeeded()) << result.describe();
+        EXPECT_EQ(result.out, CONSUMER_OUTPUT);
+    }
 
     static std::unique_ptr<scratch_directory> scratch;
 };
@@ -50,7 +61,7 @@ std::unique_ptr<scratch_directory> Installation::scratch;
 
 }  // namespace
 
-TEST_F(Installation, IsTheLibraryTheHeadersAndTheTwoPackageDescriptions)
+TEST_F(Installation, IsTheLibraryTheHeadersTheTwoPackageDescriptionsAndTheLicence)
 {
     std::set<std::string> expected = {
         "lib/libQVfoundation17.so",
@@ -59,6 +70,7 @@ TEST_F(Installation, IsTheLibraryTheHeadersAndTheTwoPackageDescriptions)
         "lib/cmake/QVfoundation/QVfoundationConfigVersion.cmake",
         "lib/cmake/QVfoundation/QVfoundationTargets.cmake",
         "lib/cmake/QVfoundation/QVfoundationTargets-release.cmake",
+        "share/doc/QVfoundation/LICENSE",
     };
     for (const std::string &header : files_below(std::string(SOURCE_DIRECTORY) + "/include"))
         expected.insert("include/" + header);
@@ -79,11 +91,12 @@ TEST_F(Installation, WithoutTestsBuildsTheLibraryAlone)
 
 TEST_F(Installation, ServesAProjectThatUsesFindPackage)
 {
-    const std::string consumer_build = scratch->file("consumer");
-    configure_and_build(consumer_source(), consumer_build, {"-DCMAKE_PREFIX_PATH=" + prefix()});
-    const child_result result = run_command({consumer_build + "/consumer"});
-    EXPECT_TRUE(result.succeeded()) << result.describe();
-    EXPECT_EQ(result.out, CONSUMER_OUTPUT);
+    expect_find_package_serves(scratch->file("consumer"), "-DCMAKE_PREFIX_PATH=" + prefix());
+}
+
+TEST_F(Installation, IsNotNeededByAProjectThatFindsTheBuildFolder)
+{
+    expect_find_package_serves(scratch->file("consumer_of_build"), "-DQVfoundation_DIR=" + build());
 }
 
 TEST_F(Installation, ServesACompilerCallThatUsesPkgConfig)
@@ -101,4 +114,16 @@ TEST_F(Installation, ServesACompilerCallThatUsesPkgConfig)
     const child_result result = run_command({program}, {"LD_LIBRARY_PATH=" + prefix() + "/lib"});
     EXPECT_TRUE(result.succeeded()) << result.describe();
     EXPECT_EQ(result.out, CONSUMER_OUTPUT);
+}
+
+TEST_F(Installation, MayKeepItsLibraryOutsideThePrefix)
+{
+    const std::string elsewhere = scratch->file("elsewhere/lib");
+    const child_result configured =
+        run_cmake({"-S", SOURCE_DIRECTORY, "-B", build(), "-DCMAKE_INSTALL_LIBDIR=" + elsewhere});
+    ASSERT_TRUE(configured.succeeded()) << configured.describe();
+    const child_result flags =
+        run_command({"pkg-config", "--cflags", "--libs", "QVfoundation17"}, {"PKG_CONFIG_PATH=" + build()});
+    EXPECT_EQ(words_of(flags.out), (std::vector<std::string>{"-I" + scratch->file("configured/include"),
+                                                             "-L" + elsewhere, "-lQVfoundation17"}));
 }

@@ -29,9 +29,9 @@ check_c_source_compiles("
     int main(void) { return 0; }" QV_LIBC_HAS_THREADS)
 foreach(host emulated_host emulated_host_with_threads)
     add_executable(${host} os/emulated_host.c)
-    target_link_libraries(${host} PRIVATE foundation qv_build_flags)
+    target_link_libraries(${host} PRIVATE QV::foundation qv_build_flags)
     set_target_properties(${host} PROPERTIES C_STANDARD 99 C_EXTENSIONS OFF)
-    if(QV_SANITIZE)  # the library wants the sanitizers' part for C++ as well
+    if(QV_SANITIZERS)  # the library wants the sanitizers' part for C++ as well
         set_target_properties(${host} PROPERTIES LINKER_LANGUAGE CXX)
     endif()
     add_test(NAME ${host} COMMAND ${host})
@@ -40,7 +40,7 @@ target_link_options(emulated_host_with_threads PRIVATE
     -Wl,--push-state,--no-as-needed,-lpthread,--pop-state)
 if(NOT QV_LIBC_HAS_THREADS)
     add_test(NAME emulated_host_with_threads.IsThreaded COMMAND emulated_host_with_threads threaded)
-    if(NOT QV_SANITIZE)
+    if(NOT QV_SANITIZERS)
         add_test(NAME emulated_host.IsEmulated COMMAND emulated_host emulated)
     endif()
 endif()
