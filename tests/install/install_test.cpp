@@ -99,6 +99,18 @@ TEST_F(Installation, IsNotNeededByAProjectThatFindsTheBuildFolder)
     expect_find_package_serves(scratch->file("consumer_of_build"), "-DQVfoundation_DIR=" + build());
 }
 
+TEST_F(Installation, ServesTheExamplesAsTheyStand)
+{
+    const std::string examples = scratch->file("examples");
+    configure_and_build(
+        std::string(SOURCE_DIRECTORY) + "/examples", examples,
+        {"-DCMAKE_PREFIX_PATH=" + prefix(), "-DCMAKE_C_FLAGS=-Wall -Wextra -Wpedantic -Werror"});
+    for (const char *example : {"owners", "sorted_array", "work_queue", "host", "dates", "checksums"}) {
+        const child_result result = run_command({examples + "/" + example, examples});
+        EXPECT_TRUE(result.succeeded()) << example << ": " << result.describe();
+    }
+}
+
 TEST_F(Installation, ServesACompilerCallThatUsesPkgConfig)
 {
     const child_result flags = run_command({"pkg-config", "--cflags", "--libs", "QVfoundation17"},
