@@ -1,4 +1,5 @@
-# What the scripts share; sourced by them, not run. Gives: project (its folder), step, fail, ensure_packages.
+# What the scripts share; sourced by them, not run. Gives: project (its folder), step, fail, quietly,
+# ensure_packages.
 set -euo pipefail
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -8,6 +9,15 @@ step() { printf '==> %s\n' "$*"; }
 fail() {
     printf 'error: %s\n' "$*" >&2
     exit 1
+}
+
+# Run a command; what it says is shown when it fails, and its failure ends the script.
+quietly() {
+    local output
+    output=$("$@" 2>&1) || {
+        printf '%s\n' "$output" >&2
+        fail "this failed: $*"
+    }
 }
 
 # Run a command as root: directly, or through sudo.
