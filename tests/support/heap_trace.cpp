@@ -7,9 +7,12 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <new>
-#include <ostream>
+#include <sstream>
+#include <utility>
 
 // Where calls are passed on to. A sanitizer's run-time library offers its family under a second name, be it
 // linked statically or dynamically, and so does the C library. Both are bound at link time: a search with
@@ -162,7 +165,8 @@ std::ostream &operator<<(std::ostream &out, const heap_call &call)
     return out << "free(" << call.block << ")";
 }
 
-heap_trace::heap_trace()
+heap_trace::heap_trace(std::vector<block_kind> kinds, std::string other_blocks)
+    : kinds_(std::move(kinds)), other_blocks_(std::move(other_blocks))
 {
     reset();
     is_recording = true;
@@ -197,8 +201,10 @@ std::vector<heap_call> heap_trace::calls() const
 
 void heap_trace::clear()
 {
+    take_steps();
     logged_calls = 0;
     logged_allocations = 0;
+    calls_read_ = 0;
 }
 
 unsigned heap_trace::allocation_count() const
@@ -220,4 +226,128 @@ std::vector<void *> heap_trace::unreleased_blocks() const
             blocks.push_back(call.block);
     }
     return blocks;
+}
+
+// ---- In words
+
+steps heap_trace::take_steps()
+{
+    read_log();
+    steps taken;
+    for (const step &each : std::exchange(steps_, {}))
+        taken.push_back(each.in_words());
+    return taken;
+}
+
+steps heap_trace::unreleased()
+{
+    read_log();
+    std::vector<step> list;
+    for (const named_block &block : blocks_)
+        if (!block.is_released)
+            add(list, "", block);
+    steps names;
+    for (const step &each : list)
+        names.push_back(each.in_words());
+    return names;
+}
+
+void *heap_trace::address_of(const std::string &name)
+{
+    read_log();
+    for (const named_block &block : blocks_)
+        if (name_of(block) == name)
+            return block.address;
+    ADD_FAILURE() << "there was no " << name;
+    return nullptr;
+}
+
+void heap_trace::start_over()
+{
+    clear();
+    numbers_.clear();
+    blocks_.clear();
+    newest_at_.clear();
+}
+
+std::string heap_trace::name_of(const named_block &block)
+{
+    return step{"", block.kind, block.number, block.number}.in_words();
+}
+
+std::string heap_trace::step::in_words() const
+{
+    std::ostringstream words;
+    words << call << (call.empty() ? "" : " ") << kind;
+    if (first != 0)
+        words << ' ' << first;
+    if (last != first)
+        words << ".." << last;
+    return words.str();
+}
+
+// Joins the step to the one before where only the number differs, and is the next one.
+void heap_trace::add(std::vector<step> &list, const std::string &call, const named_block &block)
+{
+    if (!list.empty() && block.number != 0) {
+        step &before = list.back();
+        if (before.call == call && before.kind == block.kind && before.last + 1 == block.number) {
+            before.last = block.number;
+            return;
+        }
+    }
+    list.push_back({call, block.kind, block.number, block.number});
+}
+
+void heap_trace::read_log()
+{
+    while (calls_read_ < logged_calls)
+        read(call_log[calls_read_++]);
+}
+
+void heap_trace::read(const heap_call &call)
+{
+    if (call.kind == heap_call::FREE) {
+        named_block &released = newest_at(call.block);
+        const bool is_second_release = released.is_released && released.number != 0;
+        add(steps_, is_second_release ? "free once more" : "free", released);
+        released.is_released = true;
+        return;
+    }
+    std::ostringstream words;
+    if (call.kind == heap_call::REALLOC)
+        words << "realloc " << name_of(newest_at(call.old_block)) << ", ";
+    else
+        words << (call.kind == heap_call::MALLOC ? "malloc " : "calloc ");
+    words << call.size;
+    if (call.block == nullptr) {
+        steps_.push_back({words.str(), "refused", 0, 0});
+        return;
+    }
+    if (call.kind == heap_call::REALLOC)
+        newest_at(call.old_block).is_released = true;
+    const std::string kind = kind_of(call);
+    newest_at_[call.block] = blocks_.size();
+    blocks_.push_back({call.block, kind, ++numbers_[kind], false});
+    words << " ->";
+    add(steps_, words.str(), blocks_.back());
+}
+
+std::string heap_trace::kind_of(const heap_call &call) const
+{
+    for (const block_kind &each : kinds_)
+        if (each.kind == call.kind && each.size == call.size)
+            return each.name;
+    return other_blocks_;
+}
+
+// Null, and a block that was never named, get a name that tells so.
+heap_trace::named_block &heap_trace::newest_at(void *address)
+{
+    const auto found = newest_at_.find(address);
+    if (found != newest_at_.end())
+        return blocks_[found->second];
+    newest_at_[address] = blocks_.size();
+    blocks_.push_back({address, address == nullptr ? "null" : "unknown block", 0, true});
+    return blocks_.back();
 }
