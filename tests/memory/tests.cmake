@@ -1,3 +1,18 @@
-# The memory manager and the pointer array.
-qv_add_test(dt_types_memory_test memory/dt_types_memory_test.cpp)
+# The memory manager.
+add_library(memory_test_support STATIC memory/memory_model.cpp memory/memory_table.cpp)
+target_link_libraries(memory_test_support PUBLIC test_support)
+qv_add_test(dt_types_memory_blocks_test
+    memory/dt_types_memory_alloc_test.cpp
+    memory/dt_types_memory_associate_test.cpp
+    memory/dt_types_memory_free_test.cpp
+    memory/dt_types_memory_realloc_test.cpp
+    LIBRARIES memory_test_support)
+qv_add_test(dt_types_memory_model_test memory/dt_types_memory_model_test.cpp LIBRARIES memory_test_support)
+qv_add_test(dt_types_memory_tags_test
+    memory/dt_types_memory_release_test.cpp
+    memory/dt_types_memory_tag_zero_test.cpp
+    memory/dt_types_memory_tags_test.cpp
+    LIBRARIES memory_test_support)
+
+# The pointer array.
 qv_add_test(dt_types_array_test memory/dt_types_array_test.cpp)

@@ -233,10 +233,13 @@ std::vector<void *> heap_trace::unreleased_blocks() const
 steps heap_trace::take_steps()
 {
     read_log();
-    steps taken;
-    for (const step &each : std::exchange(steps_, {}))
-        taken.push_back(each.in_words());
-    return taken;
+    return in_words(joined(std::exchange(steps_, {})));
+}
+
+steps heap_trace::take_single_steps()
+{
+    read_log();
+    return in_words(std::exchange(steps_, {}));
 }
 
 steps heap_trace::unreleased()
@@ -245,19 +248,16 @@ steps heap_trace::unreleased()
     std::vector<step> list;
     for (const named_block &block : blocks_)
         if (!block.is_released)
-            add(list, "", block);
-    steps names;
-    for (const step &each : list)
-        names.push_back(each.in_words());
-    return names;
+            list.push_back({"", block.kind, block.number, block.number});
+    return in_words(joined(list));
 }
 
 void *heap_trace::address_of(const std::string &name)
 {
     read_log();
-    for (const named_block &block : blocks_)
-        if (name_of(block) == name)
-            return block.address;
+    const auto found = places_.find(name);
+    if (found != places_.end())
+        return blocks_[found->second].address;
     ADD_FAILURE() << "there was no " << name;
     return nullptr;
 }
@@ -268,11 +268,7 @@ void heap_trace::start_over()
     numbers_.clear();
     blocks_.clear();
     newest_at_.clear();
-}
-
-std::string heap_trace::name_of(const named_block &block)
-{
-    return step{"", block.kind, block.number, block.number}.in_words();
+    places_.clear();
 }
 
 std::string heap_trace::step::in_words() const
@@ -286,17 +282,26 @@ std::string heap_trace::step::in_words() const
     return words.str();
 }
 
-// Joins the step to the one before where only the number differs, and is the next one.
-void heap_trace::add(std::vector<step> &list, const std::string &call, const named_block &block)
+steps heap_trace::in_words(const std::vector<step> &list)
 {
-    if (!list.empty() && block.number != 0) {
-        step &before = list.back();
-        if (before.call == call && before.kind == block.kind && before.last + 1 == block.number) {
-            before.last = block.number;
-            return;
-        }
+    steps words;
+    for (const step &each : list)
+        words.push_back(each.in_words());
+    return words;
+}
+
+std::vector<heap_trace::step> heap_trace::joined(const std::vector<step> &list)
+{
+    std::vector<step> runs;
+    for (const step &each : list) {
+        const bool continues = !runs.empty() && each.first != 0 && runs.back().call == each.call &&
+                               runs.back().kind == each.kind && runs.back().last + 1 == each.first;
+        if (continues)
+            runs.back().last = each.last;
+        else
+            runs.push_back(each);
     }
-    list.push_back({call, block.kind, block.number, block.number});
+    return runs;
 }
 
 void heap_trace::read_log()
@@ -310,27 +315,32 @@ void heap_trace::read(const heap_call &call)
     if (call.kind == heap_call::FREE) {
         named_block &released = newest_at(call.block);
         const bool is_second_release = released.is_released && released.number != 0;
-        add(steps_, is_second_release ? "free once more" : "free", released);
+        steps_.push_back(
+            {is_second_release ? "free once more" : "free", released.kind, released.number, released.number});
         released.is_released = true;
         return;
     }
-    std::ostringstream words;
-    if (call.kind == heap_call::REALLOC)
-        words << "realloc " << name_of(newest_at(call.old_block)) << ", ";
-    else
-        words << (call.kind == heap_call::MALLOC ? "malloc " : "calloc ");
-    words << call.size;
+    std::ostringstream request;
+    if (call.kind == heap_call::REALLOC) {
+        const named_block &old = newest_at(call.old_block);
+        request << step{"realloc", old.kind, old.number, old.number}.in_words() << ", ";
+    } else {
+        request << (call.kind == heap_call::MALLOC ? "malloc " : "calloc ");
+    }
+    request << call.size;
     if (call.block == nullptr) {
-        steps_.push_back({words.str(), "refused", 0, 0});
+        steps_.push_back({request.str(), "refused", 0, 0});
         return;
     }
     if (call.kind == heap_call::REALLOC)
         newest_at(call.old_block).is_released = true;
     const std::string kind = kind_of(call);
-    newest_at_[call.block] = blocks_.size();
-    blocks_.push_back({call.block, kind, ++numbers_[kind], false});
-    words << " ->";
-    add(steps_, words.str(), blocks_.back());
+    const unsigned number = ++numbers_[kind];
+    const step name = {"", kind, number, number};
+    newest_at_[call.block] = places_[name.in_words()] = blocks_.size();
+    blocks_.push_back({call.block, kind, number, false});
+    request << " ->";
+    steps_.push_back({request.str(), kind, number, number});
 }
 
 std::string heap_trace::kind_of(const heap_call &call) const

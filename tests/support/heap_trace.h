@@ -79,6 +79,8 @@ public:
     //   "malloc 10 -> block 1", "calloc 336 -> node 1", "malloc 8 -> block 2..14", "malloc 10 refused",
     //   "realloc block 1, 20 -> block 15", "free block 2..15", "free null", "free unknown block"
     steps take_steps();
+    // The same, but a step for each call.
+    steps take_single_steps();
     // The blocks allocated and not released since the trace began, oldest first: "block 3..5", "node 1".
     steps unreleased();
     // The block of that name; a failure of the test, and null, when there was none.
@@ -118,10 +120,10 @@ private:
         std::string in_words() const;
     };
 
-    static void add(std::vector<step> &list, const std::string &call, const named_block &block);
+    static steps in_words(const std::vector<step> &list);
+    static std::vector<step> joined(const std::vector<step> &list);
     void read_log();
     void read(const heap_call &call);
-    static std::string name_of(const named_block &block);
     std::string kind_of(const heap_call &call) const;
     named_block &newest_at(void *address);
 
@@ -130,6 +132,7 @@ private:
     std::map<std::string, unsigned> numbers_;  // of the newest block of each kind
     std::vector<named_block> blocks_;          // oldest first
     std::map<void *, size_t> newest_at_;       // address to place in blocks_
-    std::vector<step> steps_;                  // not asked for yet
+    std::map<std::string, size_t> places_;     // name to place in blocks_
+    std::vector<step> steps_;                  // one for each call, not asked for yet
     size_t calls_read_ = 0;
 };
