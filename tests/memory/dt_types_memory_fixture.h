@@ -11,7 +11,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -52,14 +51,6 @@ inline bool is_filled_with_byte(const void *block, int value, size_t size)
 {
     const auto *bytes = static_cast<const unsigned char *>(block);
     return std::all_of(bytes, bytes + size, [=](unsigned char byte) { return byte == value; });
-}
-
-// One step out of its parts: words("malloc ", size, " -> block 1").
-template <typename... Parts> std::string words(const Parts &...parts)
-{
-    std::ostringstream text;
-    (text << ... << parts);
-    return text.str();
 }
 
 // The heap calls of a test read as steps on "block 1", "node 1", "record 1" and so on, numbered as they are

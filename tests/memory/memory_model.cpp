@@ -1,7 +1,6 @@
 #include "memory/memory_model.h"
 
 #include <algorithm>
-#include <sstream>
 #include <utility>
 
 void memory_model::refuse_allocation(unsigned n)
@@ -119,26 +118,21 @@ LONG memory_model::release_everything()
 
 unsigned memory_model::request(const std::string &call, size_t size, const std::string &kind)
 {
-    std::ostringstream words;
-    words << call << ' ' << size;
     const bool is_refused = allocations_before_refusal == 0;
     if (allocations_before_refusal != NONE)
         --allocations_before_refusal;
     if (is_refused) {
-        made.push_back(words.str() + " refused");
+        made.push_back(words(call, ' ', size, " refused"));
         return 0;
     }
     const unsigned number = ++numbers[kind];
-    words << " -> " << kind << ' ' << number;
-    made.push_back(words.str());
+    made.push_back(words(call, ' ', size, " -> ", kind, ' ', number));
     return number;
 }
 
 void memory_model::free_call(const std::string &kind, unsigned number)
 {
-    std::ostringstream words;
-    words << "free " << kind << ' ' << number;
-    made.push_back(words.str());
+    made.push_back(words("free ", kind, ' ', number));
 }
 
 // ---- Records and nodes

@@ -1,7 +1,6 @@
 #include "memory/memory_table.h"
 
 #include <set>
-#include <sstream>
 
 namespace {
 
@@ -23,11 +22,8 @@ public:
 private:
     void require(bool holds, const char *equation)
     {
-        if (holds)
-            return;
-        std::ostringstream words;
-        words << "bucket " << bucket_ << ", tag " << tag_ << ": " << equation;
-        violations.push_back(words.str());
+        if (!holds)
+            violations.push_back(words("bucket ", bucket_, ", tag ", tag_, ": not so: ", equation));
     }
 
     void inspect_bucket(const ZT_MEMM_TAG_RECORD &head, uint64_t bucket)

@@ -1,6 +1,8 @@
-# The memory manager.
+# What the tests of both share.
 add_library(memory_test_support STATIC memory/memory_model.cpp memory/memory_table.cpp)
 target_link_libraries(memory_test_support PUBLIC test_support)
+
+# The memory manager.
 qv_add_test(dt_types_memory_blocks_test
     memory/dt_types_memory_alloc_test.cpp
     memory/dt_types_memory_associate_test.cpp
@@ -15,4 +17,13 @@ qv_add_test(dt_types_memory_tags_test
     LIBRARIES memory_test_support)
 
 # The pointer array.
-qv_add_test(dt_types_array_test memory/dt_types_array_test.cpp)
+qv_add_test(dt_types_array_test
+    memory/dt_types_array_access_test.cpp
+    memory/dt_types_array_add_test.cpp
+    memory/dt_types_array_creation_test.cpp
+    memory/dt_types_array_remove_test.cpp
+    memory/dt_types_array_search_test.cpp
+    memory/dt_types_array_sorted_test.cpp
+    memory/dt_types_array_wide_test.cpp
+    LIBRARIES memory_test_support)
+qv_add_test(dt_types_array_model_test memory/dt_types_array_model_test.cpp LIBRARIES memory_test_support)

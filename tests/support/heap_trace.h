@@ -16,6 +16,7 @@
 
 #include <iosfwd>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,14 @@ std::ostream &operator<<(std::ostream &out, const heap_call &call);
 
 // Calls in words, oldest first.
 using steps = std::vector<std::string>;
+
+// One step out of its parts: words("malloc ", size, " -> block 1").
+template <typename... Parts> std::string words(const Parts &...parts)
+{
+    std::ostringstream text;
+    (text << ... << parts);
+    return text.str();
+}
 
 // What the blocks of one kind of request are called.
 struct block_kind {
