@@ -1,9 +1,10 @@
 // Arrays of more elements than 31 or 32 bits count. Their records are made by hand over reserved memory, of
-// which only the slots that are looked at are ever touched; vectors of that size are asked for and refused.
+// which only what a test opens can be touched; vectors of that size are asked for and refused.
 
 #include "memory/dt_types_array_fixture.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace {
 
@@ -20,12 +21,21 @@ protected:
     void make(uint64_t capacity, uint64_t count, uint64_t increment, INT sorted = 0,
               ZT_ARRAY_PTR_COMPARE compare = nullptr)
     {
-        constexpr int access = PROT_READ | PROT_WRITE;
         constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
-        void *slots = mmap(nullptr, capacity * SLOT_BYTES, access, flags, -1, 0);
+        void *slots = mmap(nullptr, capacity * SLOT_BYTES, PROT_NONE, flags, -1, 0);
         ASSERT_NE(slots, MAP_FAILED);
         record = {sizeof record, ZR_ARRAY_PTR_MAGIC,           TAG,    capacity, count,
                   increment,     static_cast<LPVOID *>(slots), sorted, compare};
+    }
+
+    // A slot, whose page can be touched from now on.
+    LPVOID &slot(uint64_t index)
+    {
+        LPVOID *place = record.slots + index;
+        const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+        auto *start = reinterpret_cast<LPVOID>(reinterpret_cast<uintptr_t>(place) / page * page);
+        EXPECT_EQ(mprotect(start, page, PROT_READ | PROT_WRITE), 0);
+        return *place;
     }
 
     ZT_DT_ANY *array() { return reinterpret_cast<ZT_DT_ANY *>(&record); }
@@ -47,14 +57,15 @@ TEST_F(WidePointerArray, IndexedAccessReaches33BitIndices)
 {
     make(TWO_TO_32 + 10, TWO_TO_32 + 5, 10);
     for (const uint64_t index : {UINT64_C(0x80000001), TWO_TO_32, TWO_TO_32 + 4}) {
+        slot(index) = nullptr;
         EXPECT_EQ(ZR_array_ptr_set(array(), index, element(index)), 0);
-        EXPECT_EQ(record.slots[index], element(index));
+        EXPECT_EQ(slot(index), element(index));
         LPVOID read = nullptr;
         EXPECT_EQ(ZR_array_ptr_get(array(), index, &read), 0);
         EXPECT_EQ(read, element(index));
     }
-    EXPECT_EQ(record.slots[1], nullptr);
-    EXPECT_EQ(record.slots[4], nullptr);
+    EXPECT_EQ(slot(1), nullptr);
+    EXPECT_EQ(slot(4), nullptr);
     EXPECT_EQ(ZR_array_ptr_set(array(), TWO_TO_32 + 5, element(1)), -1);
     EXPECT_EQ(ZR_array_ptr_get(array(), TWO_TO_32 + 5, nullptr), -1);
 }
@@ -62,10 +73,11 @@ TEST_F(WidePointerArray, IndexedAccessReaches33BitIndices)
 TEST_F(WidePointerArray, AdditionAppendsBehind2To32Elements)
 {
     make(TWO_TO_32 + 10, TWO_TO_32 + 5, 10);
+    slot(TWO_TO_32 + 5) = element(UNWRITTEN);
     EXPECT_EQ(add(array(), 77), TWO_TO_32 + 5);
     EXPECT_EQ(heap.take_steps(), steps{});
-    EXPECT_EQ(record.slots[TWO_TO_32 + 5], element(77));
-    EXPECT_EQ(record.slots[5], nullptr);
+    EXPECT_EQ(slot(TWO_TO_32 + 5), element(77));
+    EXPECT_EQ(slot(5), nullptr);
     EXPECT_EQ(record.count, TWO_TO_32 + 6);
 }
 
@@ -94,7 +106,7 @@ TEST_F(WidePointerArray, GrowthAsksForCapacityPlusIncrementIn64Bits)
 TEST_F(WidePointerArray, RebuildAsksForTheWholeCapacityIn64Bits)
 {
     make(TWO_TO_32 + 10, TWO_TO_32 + 5, 10, 1, ZR_compare_pointers);
-    record.slots[0] = element(100);
+    slot(0) = element(100);
     heap.refuse_allocation(0);
     EXPECT_EQ(ZR_array_ptr_add(array(), element(50), nullptr), 0);
     EXPECT_EQ(heap.take_steps(), steps{words("malloc ", (TWO_TO_32 + 10) * SLOT_BYTES, " refused")});
@@ -103,15 +115,16 @@ TEST_F(WidePointerArray, RebuildAsksForTheWholeCapacityIn64Bits)
 TEST_F(WidePointerArray, RemovalFillsAHoleFromBehind2To32Elements)
 {
     make(TWO_TO_32 + 10, TWO_TO_32 + 5, 10);
-    record.slots[TWO_TO_32 + 4] = element(99);
+    slot(3) = element(3);
+    slot(TWO_TO_32 + 4) = element(99);
     EXPECT_EQ(remove_any(array(), 3), 1u);
-    EXPECT_EQ(record.slots[3], element(99));
-    EXPECT_EQ(record.slots[TWO_TO_32 + 4], nullptr);
+    EXPECT_EQ(slot(3), element(99));
+    EXPECT_EQ(slot(TWO_TO_32 + 4), nullptr);
     EXPECT_EQ(record.count, TWO_TO_32 + 4);
 
-    record.slots[TWO_TO_32 + 3] = element(98);
+    slot(TWO_TO_32 + 3) = element(98);
     EXPECT_EQ(remove_any(array(), TWO_TO_32), 1u);
-    EXPECT_EQ(record.slots[TWO_TO_32], element(98));
+    EXPECT_EQ(slot(TWO_TO_32), element(98));
     EXPECT_EQ(heap.take_steps(), steps{});
 }
 
@@ -119,13 +132,13 @@ TEST_F(WidePointerArray, RemovalInOrderMovesElementsBehind2To32)
 {
     make(TWO_TO_32 + 10, TWO_TO_32 + 5, 10);
     for (uint64_t i = 0; i < 5; ++i)
-        record.slots[TWO_TO_32 + i] = element(10 + i);
+        slot(TWO_TO_32 + i) = element(10 + i);
     EXPECT_EQ(remove_in_order(array(), TWO_TO_32 + 1), 1u);
-    EXPECT_EQ(record.slots[TWO_TO_32], element(10));
-    EXPECT_EQ(record.slots[TWO_TO_32 + 1], element(12));
-    EXPECT_EQ(record.slots[TWO_TO_32 + 3], element(14));
-    EXPECT_EQ(record.slots[TWO_TO_32 + 4], nullptr);
-    EXPECT_EQ(record.slots[1], nullptr);
+    EXPECT_EQ(slot(TWO_TO_32), element(10));
+    EXPECT_EQ(slot(TWO_TO_32 + 1), element(12));
+    EXPECT_EQ(slot(TWO_TO_32 + 3), element(14));
+    EXPECT_EQ(slot(TWO_TO_32 + 4), nullptr);
+    EXPECT_EQ(slot(1), nullptr);
 }
 
 TEST_F(WidePointerArray, RemovalBehindTheCountRemovesNothing)
@@ -138,6 +151,7 @@ TEST_F(WidePointerArray, RemovalBehindTheCountRemovesNothing)
 TEST_F(WidePointerArray, ShrinkAsksForASizeIn64Bits)
 {
     make(3 * TWO_TO_32, TWO_TO_32 + 1, TWO_TO_32);
+    slot(TWO_TO_32) = element(1);
     heap.refuse_all_allocations();
     EXPECT_EQ(remove_any(array(), TWO_TO_32), 1u);
     EXPECT_EQ(heap.take_steps(), steps{words("malloc ", TWO_TO_32 * SLOT_BYTES, " refused")});
@@ -151,6 +165,7 @@ TEST_F(WidePointerArray, ShrinkAsksForASizeIn64Bits)
 TEST_F(WidePointerArray, IncrementBeyond32BitsDoesNotPassForASmallOne)
 {
     make(10, 3, TWO_TO_32 + 1);  // forged: no whole increment is free, though seven slots are
+    slot(0) = element(1);
     EXPECT_EQ(remove_any(array(), 0), 1u);
     EXPECT_EQ(heap.take_steps(), steps{});
     EXPECT_EQ(record.capacity, 10u);
@@ -161,8 +176,8 @@ TEST_F(WidePointerArray, IncrementBeyond32BitsDoesNotPassForASmallOne)
 TEST_F(WidePointerArray, BinarySearchSeesTheCountModulo2To32)
 {
     make(TWO_TO_32 + 10, TWO_TO_32 + 2, 10, 1, compare_recorded);
-    record.slots[0] = element(10);
-    record.slots[1] = element(20);
+    slot(0) = element(10);
+    slot(1) = element(20);
     EXPECT_EQ(search(array(), 20), 1u);
     EXPECT_EQ(search(array(), 30), UNWRITTEN);
     compared_pairs.clear();
@@ -173,7 +188,7 @@ TEST_F(WidePointerArray, BinarySearchSeesTheCountModulo2To32)
 TEST_F(WidePointerArray, BinarySearchOf2To32ElementsStartsInTheMiddle)
 {
     make(TWO_TO_32, TWO_TO_32, 10, 1, compare_recorded);
-    record.slots[0x7FFFFFFF] = element(7);
+    slot(0x7FFFFFFF) = element(7);
     compared_pairs.clear();
     uint64_t index = UNWRITTEN;
     EXPECT_EQ(ZR_array_ptr_index_get(array(), element(7), &index), 0);
@@ -197,7 +212,7 @@ TEST_F(WidePointerArray, BinarySearchAddsItsBoundsModulo2To32)
     make(0x90000000, 0x90000000, 1, 1, compare_until_the_fourth);
     constexpr uint64_t middles[] = {0x47FFFFFF, 0x6BFFFFFF, 0x7DFFFFFF, 0x06FFFFFF};
     for (uintptr_t i = 0; i < 4; ++i)
-        record.slots[middles[i]] = element(i + 1);
+        slot(middles[i]) = element(i + 1);
     uint64_t index = UNWRITTEN;
     EXPECT_EQ(ZR_array_ptr_index_get(array(), element(100), &index), 0);
     EXPECT_EQ(index, middles[3]);
