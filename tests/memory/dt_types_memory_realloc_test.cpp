@@ -2,6 +2,11 @@
 
 #include "memory/dt_types_memory_fixture.h"
 
+#include "support/build_facts.h"
+#include "support/child_process.h"
+#include "support/guarded_bytes.h"
+
+#include <signal.h>
 #include <stdlib.h>
 
 TEST_F(MemoryManager, ReallocOfAnUnrecordedBlockDoesNothing)
@@ -69,6 +74,28 @@ TEST_F(MemoryManager, ReallocComparesSizesBeyond32Bits)
     ASSERT_NE(moved, nullptr);
     EXPECT_TRUE(is_filled_with_byte(moved, 0x33, 64));
     EXPECT_EQ(table->buckets[TAG].first_node.slots[1].size, 64u);
+}
+
+TEST_F(MemoryManager, ReallocCopiesAll64BitsOfTheSmallerSize)
+{
+    SKIP_GIGABYTES_IF_THREAD_SANITIZED();
+    // Of 2^32 + 16 bytes 16 can be read: the copy of all of them runs off their end.
+    constexpr uint64_t SIZE = (UINT64_C(1) << 32) + 16;
+    LPVOID as_large = malloc(SIZE);
+    free(as_large);
+    if (as_large == nullptr)
+        GTEST_SKIP() << "the heap has no 4 GiB";
+    guarded_bytes readable(16);
+    const child_result child = run_in_child([&] {
+        ZR_memm_associate(TAG, readable.data(), SIZE);
+        reallocate(TAG, readable.data(), SIZE);
+    });
+    if (IS_SANITIZED) {
+        EXPECT_NE(child.err.find("SEGV"), std::string::npos) << child.describe();
+    } else {
+        EXPECT_FALSE(child.has_exited) << child.describe();
+        EXPECT_EQ(child.status, SIGSEGV) << child.describe();
+    }
 }
 
 TEST_F(MemoryManager, ReallocPassesAll64BitsOfTheSizeOn)

@@ -14,6 +14,7 @@ qv_add_test(dt_types_memory_tags_test
     memory/dt_types_memory_release_test.cpp
     memory/dt_types_memory_tag_zero_test.cpp
     memory/dt_types_memory_tags_test.cpp
+    memory/memory_table_test.cpp
     LIBRARIES memory_test_support)
 
 # The pointer array.

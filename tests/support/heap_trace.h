@@ -99,14 +99,6 @@ public:
 
     // Everything recorded so far, oldest first. Copying it out is not recorded.
     std::vector<heap_call> calls() const;
-    // What is recorded while `action` runs.
-    template <typename Action> std::vector<heap_call> calls_during(Action action)
-    {
-        const size_t calls_before = calls().size();
-        action();
-        std::vector<heap_call> all = calls();
-        return {all.begin() + static_cast<ptrdiff_t>(calls_before), all.end()};
-    }
     // Forget what was recorded.
     void clear();
     // Allocating calls recorded so far, refused ones included.
