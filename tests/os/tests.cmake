@@ -1,20 +1,44 @@
-# System services, threads and synchronisation objects.
-qv_add_test(osunix_test os/osunix_test.cpp)
-qv_add_test(os_sys_unix_test os/os_sys_unix_test.cpp)
+# System services.
+qv_add_test(osunix_test
+    os/osunix_heap_test.cpp
+    os/osunix_text_test.cpp
+    os/osunix_files_test.cpp
+    os/osunix_file_calls_test.cpp
+    os/osunix_process_test.cpp
+    os/osunix_identifiers_test.cpp
+    os/osunix_guid_test.cpp
+    support/platform_trace.cpp)
+
 add_library(answering_module MODULE os/answering_module.cpp)
+qv_add_test(os_sys_unix_test
+    os/os_sys_unix_modules_test.cpp
+    os/os_sys_unix_paths_test.cpp
+    os/os_sys_unix_names_test.cpp
+    os/os_sys_unix_report_test.cpp
+    support/platform_trace.cpp
+    support/thread_functions.cpp)
 add_dependencies(os_sys_unix_test answering_module)
 target_compile_definitions(os_sys_unix_test PRIVATE ANSWERING_MODULE="$<TARGET_FILE:answering_module>")
 
 # Threads. The emulated mode is tested in a process of that mode and by direct calls in a threaded one.
 find_package(Threads REQUIRED)
-qv_add_test(osunix_threads_test os/osunix_threads_test.cpp LIBRARIES Threads::Threads)
-qv_add_test(osunix_threads_detection_test os/osunix_threads_detection_test.cpp support/thread_functions.cpp
+qv_add_test(osunix_threads_test
+    os/osunix_threads_test.cpp
+    os/osunix_threads_side_by_side_test.cpp
+    support/thread_functions.cpp
     LIBRARIES Threads::Threads)
-qv_add_test(osunix_threads_calls_test os/osunix_threads_calls_test.cpp support/thread_functions.cpp)
-qv_add_test(osunix_threads_emulated_test os/osunix_threads_emulated_test.cpp support/thread_functions.cpp)
-qv_add_test(osunix_threads_emulated_direct_test
-    os/osunix_threads_emulated_test.cpp support/thread_functions.cpp)
-target_compile_definitions(osunix_threads_emulated_direct_test PRIVATE PROCESS_IS_THREADED)
+qv_add_test(osunix_dispatch_test os/osunix_dispatch_test.cpp support/thread_functions.cpp)
+qv_add_test(osunix_threaded_test
+    os/osunix_threaded_test.cpp
+    os/osunix_threaded_events_test.cpp
+    LIBRARIES Threads::Threads)
+qv_add_test(osunix_threaded_calls_test
+    os/osunix_threaded_lock_calls_test.cpp
+    os/osunix_threaded_event_calls_test.cpp
+    support/thread_functions.cpp)
+qv_add_test(osunix_emulated_test os/osunix_emulated_test.cpp support/thread_functions.cpp)
+qv_add_test(osunix_emulated_direct_test os/osunix_emulated_test.cpp support/thread_functions.cpp)
+target_compile_definitions(osunix_emulated_direct_test PRIVATE PROCESS_IS_THREADED)
 
 # A host in plain C without GoogleTest, whose libraries would bring the thread library into the process.
 # Up to glibc 2.33 the thread library is a separate one: the host without it is in emulated mode there. A

@@ -34,13 +34,17 @@ inline void PrintTo(const sync_operations &operations, std::ostream *stream)
     *stream << operations.name;
 }
 
-#define SYNC_OPERATIONS(name, suffix)                                                                        \
+#define SYNC_OPERATIONS(shown_name, suffix)                                                                  \
     {                                                                                                        \
-        name, OS_current_thread_id_get##suffix, OS_sync_cs_allocate##suffix, OS_sync_cs_free##suffix,        \
-            OS_mem_sync_cs_allocate##suffix, OS_mem_sync_cs_free##suffix, OS_sync_cs_enter##suffix,          \
-            OS_sync_cs_leave##suffix, OS_mutex_ID_allocate##suffix, OS_mutex_ID_free##suffix,                \
-            OS_mutex_open##suffix, OS_mutex_release##suffix, OS_create_event##suffix,                        \
-            OS_close_event##suffix, OS_set_event##suffix, OS_reset_event##suffix, OS_wait_for_event##suffix  \
+        .name = shown_name, .current_thread_id_get = OS_current_thread_id_get##suffix,                       \
+        .cs_allocate = OS_sync_cs_allocate##suffix, .cs_free = OS_sync_cs_free##suffix,                      \
+        .mem_cs_allocate = OS_mem_sync_cs_allocate##suffix, .mem_cs_free = OS_mem_sync_cs_free##suffix,      \
+        .cs_enter = OS_sync_cs_enter##suffix, .cs_leave = OS_sync_cs_leave##suffix,                          \
+        .mutex_ID_allocate = OS_mutex_ID_allocate##suffix, .mutex_ID_free = OS_mutex_ID_free##suffix,        \
+        .mutex_open = OS_mutex_open##suffix, .mutex_release = OS_mutex_release##suffix,                      \
+        .create_event = OS_create_event##suffix, .close_event = OS_close_event##suffix,                      \
+        .set_event = OS_set_event##suffix, .reset_event = OS_reset_event##suffix,                            \
+        .wait_for_event = OS_wait_for_event##suffix,                                                         \
     }
 
 inline constexpr sync_operations DISPATCHED_OPERATIONS = SYNC_OPERATIONS("Dispatched", );
@@ -49,8 +53,8 @@ inline constexpr sync_operations EMULATED_OPERATIONS = SYNC_OPERATIONS("Emulated
 
 #undef SYNC_OPERATIONS
 
-// Critical sections are made under this tag.
-constexpr uint64_t SECTION_TAG = 0x7EAD;
+// Critical sections are made under this tag, which 32 bits do not hold.
+constexpr uint64_t SECTION_TAG = 0x5EC'0000'7EAD;
 
 // Where the state of a threaded event stands: behind its mutex and its condition.
 constexpr size_t EVENT_STATE_OFFSET = 88;
@@ -91,40 +95,49 @@ inline void leave(const sync_operations &operations, LPVOID section)
     operations.cs_leave(section);
 }
 
+inline void open(const sync_operations &operations, LPVOID identifier)
+{
+    LPVOID handle = nullptr;
+    operations.mutex_open(identifier, nullptr, &handle);
+}
+
+inline void release(const sync_operations &operations, LPVOID handle)
+{
+    operations.mutex_release(handle);
+}
+
 inline constexpr lock_kind ORDINARY_SECTION = {
-    "OrdinaryCriticalSection",
-    1,
-    0,
-    1,
-    [](const sync_operations &operations, LPVOID *lock) { return operations.cs_allocate(SECTION_TAG, lock); },
-    [](const sync_operations &operations, LPVOID lock) { return operations.cs_free(SECTION_TAG, lock); },
-    enter,
-    leave};
+    .name = "OrdinaryCriticalSection",
+    .created = 1,
+    .not_created = 0,
+    .freed = 1,
+    .create = [](const sync_operations &os, LPVOID *lock) { return os.cs_allocate(SECTION_TAG, lock); },
+    .free = [](const sync_operations &os, LPVOID lock) { return os.cs_free(SECTION_TAG, lock); },
+    .take = enter,
+    .give_back = leave,
+};
 
 inline constexpr lock_kind MEM_SYNC_SECTION = {
-    "MemSyncCriticalSection",
-    1,
-    0,
-    1,
-    [](const sync_operations &operations, LPVOID *lock) { return operations.mem_cs_allocate(lock); },
-    [](const sync_operations &operations, LPVOID lock) { return operations.mem_cs_free(lock); },
-    enter,
-    leave};
+    .name = "MemSyncCriticalSection",
+    .created = 1,
+    .not_created = 0,
+    .freed = 1,
+    .create = [](const sync_operations &os, LPVOID *lock) { return os.mem_cs_allocate(lock); },
+    .free = [](const sync_operations &os, LPVOID lock) { return os.mem_cs_free(lock); },
+    .take = enter,
+    .give_back = leave,
+};
 
 inline constexpr lock_kind MUTEX_IDENTIFIER = {
-    "MutexIdentifier",
-    0,
-    -4820,
-    0,
-    [](const sync_operations &operations, LPVOID *lock) { return operations.mutex_ID_allocate(lock); },
-    [](const sync_operations &operations, LPVOID lock) { return operations.mutex_ID_free(lock); },
-    [](const sync_operations &operations, LPVOID lock) {
-        LPVOID handle = nullptr;
-        operations.mutex_open(lock, nullptr, &handle);
-    },
-    [](const sync_operations &operations, LPVOID lock) {
-        operations.mutex_release(lock);
-    }};
+    .name = "MutexIdentifier",
+    .created = 0,
+    .not_created = -4820,
+    .freed = 0,
+    .create = [](const sync_operations &os, LPVOID *lock) { return os.mutex_ID_allocate(lock); },
+    .free = [](const sync_operations &os, LPVOID lock) { return os.mutex_ID_free(lock); },
+    .take = open,
+    .give_back = release,
+};
 
 }  // namespace lock_kinds
 

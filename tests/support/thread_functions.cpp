@@ -201,7 +201,11 @@ struct lookups_state {
     const char *hidden = nullptr;
     bool refuses_process_image = false;
     bool hands_out_fakes = false;
-    std::function<void(const char *)> before_lookup;
+    std::function<bool(const char *)> before_lookup;
+    std::function<void()> before_close;
+    std::function<void *()> load_answer;
+    std::function<void *()> lookup_answer;
+    std::function<int()> close_answer;
 };
 lookups_state lookups;
 
@@ -241,27 +245,32 @@ void *dlopen(const char *name, int flags) noexcept
                             std::to_string(flags) + ")");
     if (name == nullptr && lookups.refuses_process_image)
         return nullptr;
-    return lookups.image = dlopen_call(name, flags);
+    return lookups.image = lookups.load_answer ? lookups.load_answer() : dlopen_call(name, flags);
 }
 
 int dlclose(void *handle) noexcept
 {
-    if (qv_lookups_are_recorded) {
+    if (!qv_lookups_are_recorded)
+        return dlclose_call(handle);
+    if (lookups.before_close)
+        lookups.before_close();
+    {
         const std::lock_guard<std::mutex> guard(lookups.mutex);
         lookups.calls.push_back("dlclose(" + handle_name(handle) + ")");
     }
-    return dlclose_call(handle);
+    return lookups.close_answer ? lookups.close_answer() : dlclose_call(handle);
 }
 
 void *qv_recorded_dlsym(void *handle, const char *name)
 {
-    if (lookups.before_lookup)
-        lookups.before_lookup(name);
+    const bool may_be_found = !lookups.before_lookup || lookups.before_lookup(name);
     {
         const std::lock_guard<std::mutex> guard(lookups.mutex);
         lookups.calls.push_back("dlsym(" + handle_name(handle) + ", " + name + ")");
-        if (lookups.hidden != nullptr && strcmp(name, lookups.hidden) == 0)
+        if (!may_be_found || (lookups.hidden != nullptr && strcmp(name, lookups.hidden) == 0))
             return nullptr;
+        if (lookups.lookup_answer)
+            return lookups.lookup_answer();
         if (lookups.hands_out_fakes)
             return fake_function(name);
     }
@@ -317,6 +326,10 @@ lookup_trace::~lookup_trace()
     lookups.refuses_process_image = false;
     lookups.hands_out_fakes = false;
     lookups.before_lookup = nullptr;
+    lookups.before_close = nullptr;
+    lookups.load_answer = nullptr;
+    lookups.lookup_answer = nullptr;
+    lookups.close_answer = nullptr;
 }
 
 void lookup_trace::hide(thread_function function)
@@ -339,9 +352,29 @@ void lookup_trace::replace_by_fakes()
     lookups.hands_out_fakes = true;
 }
 
-void lookup_trace::before_lookup(std::function<void(const char *name)> action)
+void lookup_trace::before_lookup(std::function<bool(const char *name)> action)
 {
     lookups.before_lookup = std::move(action);
+}
+
+void lookup_trace::before_close(std::function<void()> action)
+{
+    lookups.before_close = std::move(action);
+}
+
+void lookup_trace::replace_load(std::function<void *()> answer)
+{
+    lookups.load_answer = std::move(answer);
+}
+
+void lookup_trace::replace_lookup(std::function<void *()> answer)
+{
+    lookups.lookup_answer = std::move(answer);
+}
+
+void lookup_trace::replace_close(std::function<int()> answer)
+{
+    lookups.close_answer = std::move(answer);
 }
 
 steps lookup_trace::calls() const
@@ -368,9 +401,18 @@ void call_trace::replace(thread_function function, std::function<long()> action)
     fakes.actions[function] = std::move(action);
 }
 
-void call_trace::fail(thread_function function)
+void call_trace::fail(thread_function function, int result)
 {
-    replace(function, [] { return EINVAL; });
+    replace(function, [result] { return result; });
+}
+
+const void *call_trace::record() const
+{
+    const void *record = fakes.record;
+    for (const heap_call &call : heap_.calls())
+        if (call.kind == heap_call::MALLOC && call.block != nullptr)
+            record = call.block;
+    return record;
 }
 
 steps call_trace::calls() const

@@ -6,12 +6,12 @@
 #pragma once
 
 #include "support/heap_trace.h"
+#include "support/steps.h"
 
+#include <errno.h>
 #include <stddef.h>
 
 #include <functional>
-#include <string>
-#include <vector>
 
 // In the order in which the library looks them up.
 enum class thread_function {
@@ -33,8 +33,6 @@ constexpr size_t THREAD_FUNCTIONS = 12;
 // The functions' names in the same order.
 extern const char *const thread_function_names[THREAD_FUNCTIONS];
 
-using steps = std::vector<std::string>;
-
 // Records the dynamic-loading calls of the process while it lives, and shapes what they find. One at a time.
 class lookup_trace {
 public:
@@ -47,8 +45,14 @@ public:
     void hide_nothing();
     void refuse_process_image();  // opening it gives null
     void replace_by_fakes();      // lookups find the fakes
-    // Called at the start of every lookup with the name looked for, on the thread that looks.
-    void before_lookup(std::function<void(const char *name)> action);
+    // Called at the start of every lookup with the name looked for, on the thread that looks; where it gives
+    // false, the lookup finds nothing.
+    void before_lookup(std::function<bool(const char *name)> action);
+    void before_close(std::function<void()> action);
+    // Answers in the platform's place.
+    void replace_load(std::function<void *()> answer);
+    void replace_lookup(std::function<void *()> answer);
+    void replace_close(std::function<int()> answer);
 
     // For example "dlopen(null, 1)", "dlsym(image, pthread_self)", "dlclose(image)": the last handle that
     // was opened is called the image.
@@ -66,10 +70,13 @@ public:
     call_trace &operator=(const call_trace &) = delete;
 
     heap_trace &heap() { return heap_; }
+    // The block that is called the record.
+    const void *record() const;
 
     // Run `action` in every call of the function's fake from now on; the fake returns its result.
     void replace(thread_function function, std::function<long()> action);
-    void fail(thread_function function);  // an action that does nothing and returns an error number
+    // An action that does nothing and returns this.
+    void fail(thread_function function, int result = EINVAL);
 
     // For example "malloc 40 = record", "pthread_mutexattr_settype(attribute, 1)", "free record". Addresses
     // read as "null", "record", "record+40", "attribute" (what was last given to pthread_mutexattr_init).

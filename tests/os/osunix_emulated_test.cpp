@@ -3,9 +3,12 @@
 
 #include "foundation/memory.h"
 #include "foundation/os.h"
+#include "os/sentinel_errno.h"
+#include "os/unwritable_output.h"
 #include "support/sync_operations.h"
 #include "support/thread_functions.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -65,7 +68,7 @@ TEST_P(EmulatedLock, IsOneFlagThatStartsAtZero)
     call_trace trace;
     LPVOID lock = nullptr;
     EXPECT_EQ(create(&lock), kind().created);
-    EXPECT_EQ(lock, trace.heap().calls().front().block);
+    EXPECT_EQ(lock, trace.record());
     EXPECT_EQ(flag_of(lock), 0U);
     EXPECT_EQ(free(lock), kind().freed);
     EXPECT_EQ(trace.calls(), (steps{"malloc 4 = record", "free record"}));
@@ -171,8 +174,7 @@ TEST_P(EmulatedMode, ABlockThatItsTagCannotRecordFailsTheAllocation)
         LPVOID section = unwritten();
         EXPECT_EQ(os().cs_allocate(SECTION_TAG, &section), 0);
         EXPECT_EQ(section, nullptr);
-        EXPECT_EQ(trace.calls().front(), "malloc 4 = record");
-        EXPECT_EQ(trace.calls().back(), "free record");
+        EXPECT_EQ(trace.calls(), (steps{"malloc 4 = record", "calloc 360 refused", "free record"}));
     }
     EXPECT_EQ(ZR_memm_free(tag_of_same_bucket, other, "test", __LINE__), nullptr);
 }
@@ -216,7 +218,7 @@ TEST_P(EmulatedMode, OpeningIgnoresTheReservedArgument)
 
 TEST_P(EmulatedMode, AnyFlagButZeroIsTakenAndOnlyOneIsReleased)
 {
-    for (const UINT odd_flag : {2U, 7U, UINT32_MAX}) {
+    for (const UINT odd_flag : {2U, 7U, 0x101U, 0x10000U, 0x80000001U, UINT32_MAX}) {
         UINT identifier = odd_flag;
         LPVOID handle = unwritten();
         EXPECT_EQ(os().mutex_open(&identifier, nullptr, &handle), 0);
@@ -238,11 +240,11 @@ TEST_P(EmulatedMode, ANullMutexIdentifierOpensANullHandleWhichReleases)
 
 TEST_P(EmulatedMode, AnEventIsOneStateKeptAsGiven)
 {
-    for (const UINT initial_state : {0U, 1U, 7U, UINT32_MAX}) {
+    for (const UINT initial_state : {0U, 1U, 7U, 0x10000U, 0x80000000U, UINT32_MAX}) {
         call_trace trace;
         LPVOID event = nullptr;
         EXPECT_EQ(os().create_event(&event, initial_state, reinterpret_cast<LPVOID>(UINTPTR_MAX)), 1);
-        EXPECT_EQ(event, trace.heap().calls().front().block);
+        EXPECT_EQ(event, trace.record());
         EXPECT_EQ(flag_of(event), initial_state);
         EXPECT_EQ(os().wait_for_event(event), initial_state != 0);
         EXPECT_EQ(flag_of(event), initial_state);
@@ -271,6 +273,11 @@ TEST_P(EmulatedMode, AnEventIsSignalledFromSetToReset)
     os().close_event(event);
 }
 
+TEST_P(EmulatedMode, AnEventHasItsHandleSetToNullBeforeTheHeapIsAsked)
+{
+    expect_output_is_written_before_the_heap_is_asked(os());
+}
+
 TEST_P(EmulatedMode, AnEventIsNotMadeWithoutMemory)
 {
     call_trace trace;
@@ -296,6 +303,31 @@ TEST_P(EmulatedMode, ANullEventMakesEveryOperationASuccessThatDoesNothing)
     EXPECT_EQ(os().reset_event(nullptr), 1);
     EXPECT_EQ(os().wait_for_event(nullptr), 1);
     EXPECT_EQ(trace.calls(), steps{});
+}
+
+// ---- errno
+
+TEST_P(EmulatedLock, LeavesErrnoAloneThroughoutItsLife)
+{
+    errno = SENTINEL_ERRNO;
+    LPVOID lock = nullptr;
+    create(&lock);
+    kind().take(std::get<0>(GetParam()), lock);
+    kind().give_back(std::get<0>(GetParam()), lock);
+    free(lock);
+    EXPECT_EQ(errno, SENTINEL_ERRNO);
+}
+
+TEST_P(EmulatedMode, AnEventLeavesErrnoAloneThroughoutItsLife)
+{
+    errno = SENTINEL_ERRNO;
+    LPVOID event = nullptr;
+    os().create_event(&event, 0, nullptr);
+    os().wait_for_event(event);
+    os().set_event(event);
+    os().reset_event(event);
+    os().close_event(event);
+    EXPECT_EQ(errno, SENTINEL_ERRNO);
 }
 
 // ---- Names that tell the two programs apart
