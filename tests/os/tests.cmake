@@ -13,6 +13,7 @@ add_library(answering_module MODULE os/answering_module.cpp)
 qv_add_test(os_sys_unix_test
     os/os_sys_unix_modules_test.cpp
     os/os_sys_unix_paths_test.cpp
+    os/os_sys_unix_path_formatting_test.cpp
     os/os_sys_unix_names_test.cpp
     os/os_sys_unix_report_test.cpp
     support/platform_trace.cpp
