@@ -27,6 +27,7 @@ qv_add_test(osunix_threads_test
     os/osunix_threads_test.cpp
     os/osunix_threads_side_by_side_test.cpp
     os/osunix_threads_late_test.cpp
+    os/osunix_threads_reload_test.cpp
     support/thread_functions.cpp
     LIBRARIES Threads::Threads)
 qv_add_test(osunix_dispatch_test os/osunix_dispatch_test.cpp support/thread_functions.cpp)
