@@ -9,4 +9,10 @@ qv_add_test(conversions_test
     util/conversions_fixed_point_test.cpp
     util/conversions_resolution_test.cpp
     util/conversions_threads_test.cpp)
-qv_add_test(checksums_test util/checksums_test.cpp LIBRARIES OpenSSL::Crypto ZLIB::ZLIB)
+qv_add_test(checksums_test
+    util/checksums_crc_test.cpp
+    util/checksums_crc_table_test.cpp
+    util/checksums_md5_test.cpp
+    util/checksums_md5_count_test.cpp
+    util/checksums_md5_record_test.cpp
+    LIBRARIES OpenSSL::Crypto ZLIB::ZLIB)
