@@ -102,6 +102,15 @@ TEST(Binary, TakesPowersFromPow)
         EXPECT_EQ(undefined.count(name), 0u) << name;
 }
 
+// A product rounded only together with a sum has other last digits. The flags of the user may ask for that.
+TEST(Binary, RoundsEachOperationOnItsOwn)
+{
+    const std::string listing = output_of({OBJDUMP_PROGRAM, "-d", loaded_library_path()});
+    EXPECT_NE(listing.find("mulsd"), std::string::npos) << "the arithmetic is not where it was looked for";
+    for (const char *fused : {"vfmadd", "vfmsub", "vfnmadd", "vfnmsub"})
+        EXPECT_EQ(listing.find(fused), std::string::npos) << fused;
+}
+
 TEST(Binary, FormatsThroughVsprintfItself)
 {
     const names undefined = symbols("--undefined-only");

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <time.h>
+
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -25,15 +27,28 @@ std::set<std::string> files_below(const std::string &directory)
     return files;
 }
 
+// In the form of the build date.
+std::string today()
+{
+    const time_t now = time(nullptr);
+    tm fields = {};
+    localtime_r(&now, &fields);
+    char text[32];
+    strftime(text, sizeof text, "%b %e %Y", &fields);
+    return text;
+}
+
 // Configured for one prefix, installed under another and moved to a third, where all of it is to work.
 class Installation : public testing::Test {
 protected:
     static void SetUpTestSuite()
     {
         scratch = std::make_unique<scratch_directory>();
+        day_before_build = today();
         configure_and_build(SOURCE_DIRECTORY, build(),
                             {"-DBUILD_TESTING=OFF", "-DCMAKE_INSTALL_LIBDIR=lib",
                              "-DCMAKE_INSTALL_PREFIX=" + scratch->file("configured")});
+        day_after_build = today();
         const std::string first_prefix = scratch->file("first");
         const child_result installed = run_cmake({"--install", build(), "--prefix", first_prefix});
         ASSERT_TRUE(installed.succeeded()) << installed.describe();
@@ -55,9 +70,11 @@ protected:
     }
 
     static std::unique_ptr<scratch_directory> scratch;
+    static std::string day_before_build, day_after_build;
 };
 
 std::unique_ptr<scratch_directory> Installation::scratch;
+std::string Installation::day_before_build, Installation::day_after_build;
 
 }  // namespace
 
@@ -75,6 +92,14 @@ TEST_F(Installation, IsTheLibraryTheHeadersTheTwoPackageDescriptionsAndTheLicenc
     for (const std::string &header : files_below(std::string(SOURCE_DIRECTORY) + "/include"))
         expected.insert("include/" + header);
     EXPECT_EQ(files_below(prefix()), expected);
+}
+
+TEST_F(Installation, CarriesTheDateOfItsBuild)
+{
+    const std::string content = content_of(prefix() + "/lib/" + LIBRARY_FILE_NAME);
+    EXPECT_TRUE(content.find(day_before_build + '\0') != std::string::npos ||
+                content.find(day_after_build + '\0') != std::string::npos)
+        << "neither " << day_before_build << " nor " << day_after_build;
 }
 
 TEST_F(Installation, WithoutABuildTypeIsARelease)
