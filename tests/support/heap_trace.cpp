@@ -273,21 +273,21 @@ void heap_trace::start_over()
 
 std::string heap_trace::step::in_words() const
 {
-    std::ostringstream words;
-    words << call << (call.empty() ? "" : " ") << kind;
+    std::ostringstream text;
+    text << call << (call.empty() ? "" : " ") << kind;
     if (first != 0)
-        words << ' ' << first;
+        text << ' ' << first;
     if (last != first)
-        words << ".." << last;
-    return words.str();
+        text << ".." << last;
+    return text.str();
 }
 
 steps heap_trace::in_words(const std::vector<step> &list)
 {
-    steps words;
+    steps all;
     for (const step &each : list)
-        words.push_back(each.in_words());
-    return words;
+        all.push_back(each.in_words());
+    return all;
 }
 
 std::vector<heap_trace::step> heap_trace::joined(const std::vector<step> &list)
@@ -320,27 +320,26 @@ void heap_trace::read(const heap_call &call)
         released.is_released = true;
         return;
     }
-    std::ostringstream request;
-    if (call.kind == heap_call::REALLOC) {
-        const named_block &old = newest_at(call.old_block);
-        request << step{"realloc", old.kind, old.number, old.number}.in_words() << ", ";
-    } else {
-        request << (call.kind == heap_call::MALLOC ? "malloc " : "calloc ");
-    }
-    request << call.size;
+    const std::string request = request_in_words(call);
     if (call.block == nullptr) {
-        steps_.push_back({request.str(), "refused", 0, 0});
+        steps_.push_back({request, "refused", 0, 0});
         return;
     }
     if (call.kind == heap_call::REALLOC)
         newest_at(call.old_block).is_released = true;
     const std::string kind = kind_of(call);
     const unsigned number = ++numbers_[kind];
-    const step name = {"", kind, number, number};
-    newest_at_[call.block] = places_[name.in_words()] = blocks_.size();
+    newest_at_[call.block] = places_[words(kind, ' ', number)] = blocks_.size();
     blocks_.push_back({call.block, kind, number, false});
-    request << " ->";
-    steps_.push_back({request.str(), kind, number, number});
+    steps_.push_back({words(request, " ->"), kind, number, number});
+}
+
+std::string heap_trace::request_in_words(const heap_call &call)
+{
+    if (call.kind != heap_call::REALLOC)
+        return words(call.kind == heap_call::MALLOC ? "malloc " : "calloc ", call.size);
+    const named_block &old = newest_at(call.old_block);
+    return words(step{"realloc", old.kind, old.number, old.number}.in_words(), ", ", call.size);
 }
 
 std::string heap_trace::kind_of(const heap_call &call) const

@@ -86,7 +86,8 @@ public:
     // their kind as they are allocated, and keep their name when they are released. Steps that differ in
     // nothing but such numbers, in ascending order, are one. For example:
     //   "malloc 10 -> block 1", "calloc 336 -> node 1", "malloc 8 -> block 2..14", "malloc 10 refused",
-    //   "realloc block 1, 20 -> block 15", "free block 2..15", "free null", "free unknown block"
+    //   "realloc block 1, 20 -> block 15", "free block 2..15", "free null", "free unknown block",
+    //   "free once more block 2"
     steps take_steps();
     // The same, but a step for each call.
     steps take_single_steps();
@@ -125,6 +126,7 @@ private:
     static std::vector<step> joined(const std::vector<step> &list);
     void read_log();
     void read(const heap_call &call);
+    std::string request_in_words(const heap_call &call);
     std::string kind_of(const heap_call &call) const;
     named_block &newest_at(void *address);
 
