@@ -52,7 +52,7 @@ INSTANTIATE_TEST_SUITE_P(Dialects, Headers, testing::ValuesIn(dialects()), diale
 
 TEST_P(Headers, CompileAloneAndTwice)
 {
-    ASSERT_EQ(public_headers().size(), 6u);
+    ASSERT_EQ(public_headers().size(), 7u);
     for (const std::string &header : public_headers()) {
         const std::string include = "#include \"" + header + "\"\n";
         expect_compiles_without_warning(include + include + "int unit_is_not_empty;\n", header);
@@ -80,6 +80,22 @@ TEST_P(Headers, LeaveNoMacroOfTheirOwnBehindButTheGuards)
     const child_result result = compile(include_all_headers(), {"-dM", "-E"});
     const std::vector<std::string> left = matches(result.out, "^#define (FOUNDATION_[A-Z_]*)");
     EXPECT_EQ(std::set<std::string>(left.begin(), left.end()), guards);
+}
+
+TEST_P(Headers, GiveAllFamiliesAndTheVersionInOne)
+{
+    const std::string source = R"(
+#include "foundation/foundation.h"
+#if QV_FOUNDATION_VERSION != 170000 || QV_FOUNDATION_VERSION_MAJOR != 17
+#error version
+#endif
+ZT_DATE date;
+ZT_MD5_CONTEXT digest;
+LPVOID (*in_memory)(uint64_t, uint64_t, const CHAR *, INT) = ZR_memm_alloc;
+ZT_ERRCOUNT (*in_array)(ZT_DT_ANY *) = ZR_array_ptr_delete;
+INT (*in_os)(LPVOID) = OS_free;
+)";
+    expect_compiles_without_warning(source, "foundation.h");
 }
 
 TEST_P(Headers, NameTheCodesOfTheirStatusTables)

@@ -1,7 +1,4 @@
-#include <foundation/array.h>
-#include <foundation/memory.h>
-#include <foundation/os.h>
-#include <foundation/util.h>
+#include <foundation/foundation.h>
 
 #include <cstdio>
 
