@@ -1,6 +1,6 @@
 // A module that can be loaded, asked and unloaded.
 
-extern "C" int module_answer()
+extern "C" [[gnu::visibility("default")]] int module_answer()
 {
     return 42;
 }
