@@ -55,5 +55,6 @@ test_packages=(
     zlib1g-dev libssl-dev libmd-dev  # independent checksums and digests; rival exports of MD5Init and others
     tzdata                           # time zones
     imagemagick python3              # what the catalogue's output is compared with
+    nlohmann-json3-dev               # reads the catalogue's JSON
     pkg-config binutils              # consumers of the installed library; a look into its symbol tables
 )

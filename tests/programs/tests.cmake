@@ -1,18 +1,50 @@
 # The image catalogue, end to end. Its host is also built so that the library finds no thread functions; what
 # hides them must be initialised before it is used, hence the order of these sources.
-add_library(leaking_module MODULE programs/image_catalog/leaking_module.cpp)
-target_link_libraries(leaking_module PRIVATE QV::foundation qv_build_flags)
-target_include_directories(leaking_module PRIVATE ${PROJECT_SOURCE_DIR})
+find_package(nlohmann_json REQUIRED)
+
 add_executable(image_catalog_without_threads $<TARGET_OBJECTS:image_catalog_objects>
     support/thread_functions.cpp programs/image_catalog/without_threads.cpp)
 target_link_libraries(image_catalog_without_threads PRIVATE image_catalog_objects test_support)
 set_target_properties(image_catalog_without_threads PROPERTIES ENABLE_EXPORTS ON)
-qv_add_test(image_catalog_test programs/image_catalog/image_catalog_test.cpp
-    programs/image_catalog/image_bytes.cpp LIBRARIES ZLIB::ZLIB)
-add_dependencies(image_catalog_test image_catalog image_catalog_without_threads leaking_module)
+
+qv_add_test(image_catalog_test
+    programs/image_catalog/bad_files.cpp
+    programs/image_catalog/bad_files_test.cpp
+    programs/image_catalog/catalog_run.cpp
+    programs/image_catalog/command_line_test.cpp
+    programs/image_catalog/folders_test.cpp
+    programs/image_catalog/good_files_test.cpp
+    programs/image_catalog/image_bytes.cpp
+    programs/image_catalog/installed_test.cpp
+    programs/image_catalog/json_test.cpp
+    programs/image_catalog/modules_test.cpp
+    programs/image_catalog/mutated_files.cpp
+    programs/image_catalog/mutation_test.cpp
+    programs/image_catalog/reading_test.cpp
+    programs/image_catalog/table_test.cpp
+    programs/image_catalog/terminal_test.cpp
+    programs/image_catalog/threads_test.cpp
+    LIBRARIES ZLIB::ZLIB nlohmann_json::nlohmann_json)
+add_dependencies(image_catalog_test image_catalog image_catalog_without_threads)
 target_compile_definitions(image_catalog_test PRIVATE
     IMAGE_CATALOG="$<TARGET_FILE:image_catalog>"
     IMAGE_CATALOG_WITHOUT_THREADS="$<TARGET_FILE:image_catalog_without_threads>"
     PNG_MODULE="$<TARGET_FILE:image_catalog_png>" TIFF_MODULE="$<TARGET_FILE:image_catalog_tiff>"
     BMP_MODULE="$<TARGET_FILE:image_catalog_bmp>" JPEG_MODULE="$<TARGET_FILE:image_catalog_jpeg>"
-    LEAKING_MODULE="$<TARGET_FILE:leaking_module>" FOUNDATION_LIBRARY="$<TARGET_FILE:QV::foundation>")
+    FOUNDATION_LIBRARY="$<TARGET_FILE:QV::foundation>"
+    BUILD_FOLDER="${PROJECT_BINARY_DIR}" INSTALLED_PROGRAM="${CMAKE_INSTALL_BINDIR}/image_catalog"
+    INSTALLED_LIBRARIES="${CMAKE_INSTALL_LIBDIR}" INSTALLED_MANUALS="${CMAKE_INSTALL_MANDIR}")
+
+# Modules that a host must refuse, or use with care: one source, a fault each.
+foreach(fault leaks lacks_function lacks_identity data_for_function function_for_identity other_kind
+        other_version missing_symbol)
+    add_library(module_that_${fault} MODULE programs/image_catalog/faulty_module.cpp)
+    string(TOUPPER ${fault} fault_name)
+    target_compile_definitions(module_that_${fault} PRIVATE FAULT_${fault_name}=1)
+    target_link_libraries(module_that_${fault} PRIVATE QV::foundation qv_build_flags)
+    target_include_directories(module_that_${fault} PRIVATE ${PROJECT_SOURCE_DIR})
+    target_link_options(module_that_${fault} PRIVATE -Wl,-z,lazy)
+    add_dependencies(image_catalog_test module_that_${fault})
+    target_compile_definitions(image_catalog_test PRIVATE
+        MODULE_THAT_${fault_name}="$<TARGET_FILE:module_that_${fault}>")
+endforeach()

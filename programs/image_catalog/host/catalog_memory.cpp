@@ -1,8 +1,15 @@
 #include "catalog_memory.h"
 
+#include <malloc.h>
 #include <string.h>
 
 namespace {
+
+constexpr uint64_t POOL_BLOCK_BYTES = 240 * 1024;
+
+/* Blocks above this go back to the system when they are freed. By itself the C library keeps up to 64 MiB for
+ * each of many threads, once large blocks have been freed. */
+constexpr INT LARGE_BLOCK_BYTES = 256 * 1024;
 
 constexpr const CHAR *SOURCE = "catalog_memory";
 
@@ -14,6 +21,7 @@ LPVOID manager_section = nullptr;
 
 bool memory_open()
 {
+    mallopt(M_MMAP_THRESHOLD, LARGE_BLOCK_BYTES);
     ZR_mem_init();
     return OS_mem_sync_cs_allocate(&manager_section) != 0;
 }
@@ -63,21 +71,51 @@ CHAR *memory_path(uint64_t tag, const CHAR *directory, const CHAR *name)
     return is_joined ? path : nullptr;
 }
 
-ZT_DT_ANY *memory_array(uint64_t tag, uint64_t increment, ZT_ARRAY_PTR_COMPARE compare)
+memory_pool memory_pool_open(uint64_t tag)
+{
+    return {tag, nullptr, 0};
+}
+
+LPVOID memory_pool_alloc(memory_pool &pool, uint64_t size, uint64_t alignment)
+{
+    if (size > POOL_BLOCK_BYTES / 4)
+        return memory_alloc(pool.tag, size);
+    const uint64_t gap = (alignment - reinterpret_cast<uintptr_t>(pool.free_bytes) % alignment) % alignment;
+    if (pool.free_bytes == nullptr || pool.free_count < gap + size) {
+        auto *block = static_cast<BYTE *>(memory_alloc(pool.tag, POOL_BLOCK_BYTES));
+        if (block == nullptr)
+            return nullptr;
+        pool.free_bytes = block + size;  // a block's beginning suits every alignment
+        pool.free_count = POOL_BLOCK_BYTES - size;
+        return block;
+    }
+    BYTE *piece = pool.free_bytes + gap;
+    pool.free_bytes = piece + size;
+    pool.free_count -= gap + size;
+    return piece;
+}
+
+CHAR *memory_pool_text(memory_pool &pool, const CHAR *text)
+{
+    const uint64_t size = strlen(text) + 1;
+    auto *copy = static_cast<CHAR *>(memory_pool_alloc(pool, size, 1));
+    if (copy != nullptr)
+        OS_memcpy(copy, text, size);
+    return copy;
+}
+
+ZT_DT_ANY *memory_array(uint64_t tag, uint64_t increment)
 {
     const inside_section inside(manager_section);
     ZT_DT_ANY *array = nullptr;
-    ZR_array_ptr_alloc(tag, &array, increment, compare != nullptr ? 1 : 0, compare);
+    ZR_array_ptr_alloc(tag, &array, increment, 0, nullptr);
     return array;
 }
 
 bool memory_array_add(ZT_DT_ANY *array, LPVOID element)
 {
     const inside_section inside(manager_section);
-    // Out of memory, a sorted insertion reports success; only the place is then not written.
-    constexpr uint64_t nowhere = UINT64_MAX;
-    uint64_t place = nowhere;
-    return ZR_array_ptr_add(array, element, &place) == 0 && place != nowhere;
+    return ZR_array_ptr_add(array, element, nullptr) == 0;
 }
 
 LPVOID memory_array_take_last(ZT_DT_ANY *array)

@@ -20,8 +20,20 @@ void memory_free_all(uint64_t tag);
 CHAR *memory_text(uint64_t tag, const CHAR *text);
 CHAR *memory_path(uint64_t tag, const CHAR *directory, const CHAR *name);
 
-// An array, sorted when there is a comparator; null when there is no memory.
-ZT_DT_ANY *memory_array(uint64_t tag, uint64_t increment, ZT_ARRAY_PTR_COMPARE compare);
+// Many small pieces that go together: cut from large blocks, because the manager looks for a block's place
+// among all those of its tag. Not for two threads at once.
+struct memory_pool {
+    uint64_t tag;
+    BYTE *free_bytes;
+    uint64_t free_count;
+};
+memory_pool memory_pool_open(uint64_t tag);
+// Null when there is no memory.
+LPVOID memory_pool_alloc(memory_pool &pool, uint64_t size, uint64_t alignment);
+CHAR *memory_pool_text(memory_pool &pool, const CHAR *text);
+
+// An array in the order of adding; null when there is no memory.
+ZT_DT_ANY *memory_array(uint64_t tag, uint64_t increment);
 bool memory_array_add(ZT_DT_ANY *array, LPVOID element);
 // The last element, taken out; null when there is none.
 LPVOID memory_array_take_last(ZT_DT_ANY *array);

@@ -1,38 +1,82 @@
 #include "catalogue.h"
 
 #include "catalog_memory.h"
-
-#include <string.h>
+#include "entry_order.h"
 
 struct catalogue {
     uint64_t tag;
-    LPVOID section;      // guards what follows
-    ZT_DT_ANY *entries;  // of catalogue_entry, sorted by path
-    uint64_t skipped;
-    uint64_t lost;
+    LPVOID section;      // guards what follows, up to the finish
+    ZT_DT_ANY *entries;  // of catalogue_entry, in the order they were met
+    memory_pool pool;    // entries and their texts
+
+    const catalogue_entry **listed;  // in the order of the result
+    uint64_t listed_count;
+    catalogue_totals totals;
 };
 
 namespace {
 
-constexpr uint64_t ENTRIES_INCREMENT = 256;
+constexpr uint64_t ENTRIES_INCREMENT = 4096;
 
-INT compare_paths(LPVOID a, LPVOID b)
+/* Sorted insertion into the library's array costs what it costs, so entries are collected as they come and
+ * sorted once, in a vector of the catalogue's own: first to find the spellings of one file, then in the
+ * order asked for. */
+const catalogue_entry **copy_entries(const catalogue *files, uint64_t count)
 {
-    return strcmp(static_cast<const catalogue_entry *>(a)->path,
-                  static_cast<const catalogue_entry *>(b)->path);
+    auto *all = static_cast<const catalogue_entry **>(
+        memory_alloc(files->tag, (count + 1) * sizeof(const catalogue_entry *)));
+    for (uint64_t i = 0; all != nullptr && i < count; ++i)
+        all[i] = static_cast<const catalogue_entry *>(array_element(files->entries, i));
+    return all;
 }
 
-bool add_entry(catalogue *files, const CHAR *path, const file_report &report)
+void count_listed(catalogue_totals &totals, const catalogue_entry &entry)
 {
-    catalogue_entry key = {report, path};
-    if (ZR_array_ptr_find(files->entries, &key, nullptr) == 0)
-        return true;
-    key.path = memory_text(files->tag, path);
-    auto *entry = static_cast<catalogue_entry *>(memory_alloc(files->tag, sizeof(catalogue_entry)));
-    if (key.path == nullptr || entry == nullptr)
-        return false;
-    OS_memcpy(entry, &key, sizeof key);
-    return memory_array_add(files->entries, entry);
+    totals.problems += entry.problem != nullptr ? 1 : 0;
+    if (entry.kind == UNKNOWN_KIND)
+        return;
+    kind_totals &kind = totals.kinds[entry.kind];
+    ++kind.images;
+    kind.bytes += entry.bytes;
+    kind.without_module += entry.lacks_module ? 1 : 0;
+    ++totals.images;
+    totals.bytes += entry.bytes;
+}
+
+void count_entry(catalogue_totals &totals, const catalogue_entry &entry)
+{
+    switch (entry.state) {
+    case entry_state::pending:
+        ++totals.unread;
+        break;
+    case entry_state::empty:
+        ++totals.empty;
+        ++totals.skipped;
+        break;
+    case entry_state::skipped:
+        ++totals.skipped;
+        break;
+    case entry_state::listed:
+        count_listed(totals, entry);
+        break;
+    }
+}
+
+// Count each file once and keep those that are listed; returns their number.
+uint64_t keep_listed(const catalogue_entry **entries, uint64_t count, catalogue_totals &totals)
+{
+    uint64_t kept = 0;
+    const catalogue_entry *last = nullptr;
+    for (uint64_t i = 0; i < count; ++i) {
+        const catalogue_entry *entry = entries[i];
+        if (last != nullptr && is_same_file(*last, *entry))
+            continue;
+        last = entry;
+        count_entry(totals, *entry);
+        if (entry->state == entry_state::listed)
+            entries[kept++] = entry;
+    }
+    return kept;
 }
 
 }  // namespace
@@ -42,7 +86,11 @@ catalogue *catalogue_open(uint64_t tag)
     auto *files = static_cast<catalogue *>(memory_alloc(tag, sizeof(catalogue)));
     if (files == nullptr)
         return nullptr;
-    *files = {tag, memory_section(tag), memory_array(tag, ENTRIES_INCREMENT, compare_paths), 0, 0};
+    OS_memset(files, 0, sizeof(catalogue));
+    files->tag = tag;
+    files->section = memory_section(tag);
+    files->entries = memory_array(tag, ENTRIES_INCREMENT);
+    files->pool = memory_pool_open(tag);
     if (files->section != nullptr && files->entries != nullptr)
         return files;
     catalogue_close(files);
@@ -55,44 +103,72 @@ void catalogue_close(catalogue *files)
         memory_section_free(files->tag, files->section);
 }
 
-void catalogue_add(catalogue *files, const CHAR *path, const file_report &report)
+catalogue_entry *catalogue_add(catalogue *files, const CHAR *path, const folder_identity &folder)
 {
     const inside_section inside(files->section);
-    if (!add_entry(files, path, report))
-        ++files->lost;
-}
-
-void catalogue_count_skipped(catalogue *files)
-{
-    const inside_section inside(files->section);
-    ++files->skipped;
+    auto *entry = static_cast<catalogue_entry *>(
+        memory_pool_alloc(files->pool, sizeof(catalogue_entry), alignof(catalogue_entry)));
+    const CHAR *copy = memory_pool_text(files->pool, path);
+    if (entry == nullptr || copy == nullptr || !memory_array_add(files->entries, entry)) {
+        ++files->totals.lost;
+        return nullptr;
+    }
+    OS_memset(entry, 0, sizeof(catalogue_entry));
+    entry->path = copy;
+    entry->folder = folder;
+    entry->number = array_count(files->entries);
+    entry->kind = UNKNOWN_KIND;
+    return entry;
 }
 
 void catalogue_count_lost(catalogue *files)
 {
     const inside_section inside(files->section);
-    ++files->lost;
+    ++files->totals.lost;
+}
+
+uint64_t catalogue_added(catalogue *files)
+{
+    const inside_section inside(files->section);
+    return array_count(files->entries);
+}
+
+catalogue_entry *catalogue_taken(catalogue *files, uint64_t index)
+{
+    const inside_section inside(files->section);
+    return static_cast<catalogue_entry *>(array_element(files->entries, index));
+}
+
+void catalogue_set_problem(catalogue *files, catalogue_entry *entry, const CHAR *reason)
+{
+    const inside_section inside(files->section);
+    const CHAR *copy = memory_pool_text(files->pool, reason);
+    entry->problem = copy != nullptr ? copy : "has a problem for whose words there is no memory";
+}
+
+bool catalogue_finish(catalogue *files, sort_key key, bool is_reversed)
+{
+    const uint64_t count = array_count(files->entries);
+    files->listed = copy_entries(files, count);
+    if (files->listed == nullptr)
+        return false;
+    sort_by_identity(files->listed, count);
+    files->listed_count = keep_listed(files->listed, count, files->totals);
+    sort_for_output(files->listed, files->listed_count, key, is_reversed);
+    return true;
 }
 
 uint64_t catalogue_size(const catalogue *files)
 {
-    return array_count(files->entries);
+    return files->listed_count;
 }
 
-const catalogue_entry *catalogue_at(const catalogue *files, uint64_t index)
+const catalogue_entry &catalogue_at(const catalogue *files, uint64_t index)
 {
-    return static_cast<const catalogue_entry *>(array_element(files->entries, index));
+    return *files->listed[index];
 }
 
-catalogue_totals catalogue_count(const catalogue *files)
+const catalogue_totals &catalogue_count(const catalogue *files)
 {
-    catalogue_totals totals;
-    totals.skipped = files->skipped;
-    totals.lost = files->lost;
-    for (uint64_t i = 0; i < catalogue_size(files); ++i) {
-        const file_report &report = catalogue_at(files, i)->report;
-        totals.images += report.kind != image_kind::unknown ? 1 : 0;
-        totals.problems += report.has_problem() ? 1 : 0;
-    }
-    return totals;
+    return files->totals;
 }

@@ -1,109 +1,234 @@
 #include "folder_walk.h"
 
 #include "catalog_memory.h"
+#include "entry_order.h"
+#include "image_file.h"
+#include "interrupt.h"
+#include "path_input.h"
 
 #include <dirent.h>
 #include <errno.h>
+#include <fnmatch.h>
+#include <limits.h>
 #include <string.h>
 #include <sys/stat.h>
 
 namespace {
 
-constexpr uint64_t FOLDERS_INCREMENT = 64;
+constexpr uint64_t FOLDERS_INCREMENT = 256;
 
 /* Folders still to be listed, used as a stack: one folder is open at a time, however deep they nest. */
 struct walk {
-    uint64_t tag;
+    memory_pool pool;
     ZT_DT_ANY *folders;
+    const options &given;
     work_crew *crew;
     catalogue *files;
 };
 
-bool is_folder(const CHAR *path)
+// The folder that is being listed.
+struct open_folder {
+    const CHAR *path;
+    folder_identity identity;
+    uint64_t unreachable;  // files and folders in it whose paths are longer than the system takes
+};
+
+folder_identity identity_of(const struct stat &facts)
 {
-    struct stat facts = {};
-    return stat(path, &facts) == 0 && S_ISDIR(facts.st_mode);
+    return {facts.st_dev, facts.st_ino, true};
 }
 
-void push_folder(const walk &state, const CHAR *path)
+folder_identity identity_of_parent(const CHAR *path)
 {
-    CHAR *copy = memory_text(state.tag, path);
+    const uint64_t length = static_cast<uint64_t>(name_in_path(path) - path);
+    CHAR folder[PATH_MAX] = ".";
+    struct stat facts = {};
+    if (length >= sizeof folder)
+        return {};
+    if (length != 0) {
+        OS_memcpy(folder, path, length);
+        folder[length] = '\0';
+    }
+    return stat(folder, &facts) == 0 ? identity_of(facts) : folder_identity{};
+}
+
+// A pattern with a "/" is meant for the path, any other for the name alone.
+bool is_excluded(const options &given, const CHAR *path, const CHAR *name)
+{
+    if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0 || name[0] == '\0')
+        return false;
+    for (UINT i = 0; i < given.exclude_count; ++i) {
+        const CHAR *pattern = given.excludes[i];
+        if (fnmatch(pattern, strchr(pattern, '/') != nullptr ? path : name, 0) == 0)
+            return true;
+    }
+    return false;
+}
+
+void push_folder(walk &state, const CHAR *path)
+{
+    CHAR *copy = memory_pool_text(state.pool, path);
     if (copy == nullptr || state.folders == nullptr || !memory_array_add(state.folders, copy))
         catalogue_count_lost(state.files);
 }
 
+void visit_file(walk &state, const CHAR *path, const open_folder &folder, bool is_regular)
+{
+    catalogue_entry *entry = catalogue_add(state.files, path, folder.identity);
+    if (entry == nullptr)
+        return;
+    entry->is_regular = is_regular;
+    crew_publish(state.crew);
+}
+
+void visit_other(walk &state, const CHAR *path, const open_folder &folder)
+{
+    catalogue_entry *entry = catalogue_add(state.files, path, folder.identity);
+    if (entry != nullptr)
+        entry->state = entry_state::skipped;
+}
+
 // A link that leads nowhere is handed on like a file: reading it gives the reason.
-void visit_link(const walk &state, const CHAR *path)
+void visit_link(walk &state, const CHAR *path, const open_folder &folder)
 {
     struct stat target = {};
     if (stat(path, &target) != 0 || S_ISREG(target.st_mode))
-        crew_add(state.crew, path, false);
+        visit_file(state, path, folder, false);
     else if (!S_ISDIR(target.st_mode))
-        catalogue_count_skipped(state.files);
+        visit_other(state, path, folder);
 }
 
-void visit(const walk &state, const CHAR *path)
+// As readdir names it. What cannot be looked at is handed on like a file.
+INT type_of(const CHAR *path, INT known)
 {
     struct stat facts = {};
-    if (lstat(path, &facts) != 0 || S_ISREG(facts.st_mode))
-        crew_add(state.crew, path, false);
-    else if (S_ISLNK(facts.st_mode))
-        visit_link(state, path);
-    else if (S_ISDIR(facts.st_mode))
-        push_folder(state, path);
-    else
-        catalogue_count_skipped(state.files);
+    if (known != DT_UNKNOWN)
+        return known;
+    return lstat(path, &facts) == 0 ? static_cast<INT>(IFTODT(facts.st_mode)) : static_cast<INT>(DT_REG);
 }
 
-void visit_name(const walk &state, const CHAR *folder, const CHAR *name)
+void visit(walk &state, const CHAR *path, const open_folder &folder, INT type)
 {
+    if (type == DT_REG)
+        visit_file(state, path, folder, true);
+    else if (type == DT_LNK)
+        visit_link(state, path, folder);
+    else if (type == DT_DIR)
+        push_folder(state, path);
+    else
+        visit_other(state, path, folder);
+}
+
+void visit_name(walk &state, open_folder &folder, const dirent &found)
+{
+    const CHAR *name = found.d_name;
     if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
         return;
+    if (strlen(folder.path) + strlen(name) + 2 > PATH_MAX) {
+        ++folder.unreachable;
+        return;
+    }
     const uint64_t tag = memory_tag();
-    const CHAR *path = memory_path(tag, folder, name);
-    if (path != nullptr)
-        visit(state, path);
-    else
+    const CHAR *path = memory_path(tag, folder.path, name);
+    if (path == nullptr)
         catalogue_count_lost(state.files);
+    else if (!is_excluded(state.given, path, name))
+        visit(state, path, folder, type_of(path, found.d_type));
     memory_free_all(tag);
 }
 
-void report_folder(const walk &state, const CHAR *folder)
+void report_folder(walk &state, const CHAR *folder, const CHAR *what)
 {
-    file_report report;
-    report_platform_problem(report, "cannot be listed");
-    catalogue_add(state.files, folder, report);
+    const INT reason = errno;
+    catalogue_entry *entry = catalogue_add(state.files, folder, identity_of_parent(folder));
+    errno = reason;
+    if (entry != nullptr)
+        list_platform_problem(state.files, entry, what);
 }
 
-void list_folder(const walk &state, const CHAR *folder)
+// One problem for all that lies too deep.
+void report_unreachable(walk &state, const open_folder &folder)
 {
-    DIR *stream = opendir(folder);
-    if (stream == nullptr) {
-        report_folder(state, folder);
-        return;
-    }
+    CHAR what[96];
+    OS_sprintf(what, "holds %llu whose paths are too long",
+               static_cast<unsigned long long>(folder.unreachable));
+    errno = ENAMETOOLONG;
+    report_folder(state, folder.path, what);
+}
+
+void list_open_folder(walk &state, DIR *stream, open_folder &folder)
+{
+    struct stat facts = {};
+    if (fstat(dirfd(stream), &facts) == 0)
+        folder.identity = identity_of(facts);
     errno = 0;
-    while (const dirent *entry = readdir(stream)) {
-        visit_name(state, folder, entry->d_name);
+    while (const dirent *found = is_interrupted() ? nullptr : readdir(stream)) {
+        visit_name(state, folder, *found);
         errno = 0;
     }
     if (errno != 0)
-        report_folder(state, folder);
+        report_folder(state, folder.path, "cannot be listed");
+    if (folder.unreachable != 0)
+        report_unreachable(state, folder);
+}
+
+void list_folder(walk &state, const CHAR *path)
+{
+    DIR *stream = opendir(path);
+    if (stream == nullptr) {
+        report_folder(state, path, "cannot be listed");
+        return;
+    }
+    open_folder folder = {path, {}, 0};
+    list_open_folder(state, stream, folder);
     closedir(stream);
+}
+
+void walk_folder(const CHAR *path, const options &given, work_crew *crew, catalogue *files)
+{
+    const uint64_t tag = memory_tag();
+    walk state = {memory_pool_open(tag), memory_array(tag, FOLDERS_INCREMENT), given, crew, files};
+    push_folder(state, path);
+    while (const auto *folder = static_cast<const CHAR *>(memory_array_take_last(state.folders))) {
+        if (is_interrupted())
+            break;
+        list_folder(state, folder);
+    }
+    memory_free_all(tag);
 }
 
 }  // namespace
 
-void walk_path(const CHAR *path, work_crew *crew, catalogue *files)
+void walk_path(const CHAR *path, const options &given, work_crew *crew, catalogue *files)
 {
-    if (!is_folder(path)) {
-        crew_add(crew, path, true);
+    struct stat facts = {};
+    if (is_excluded(given, path, name_in_path(path)))
+        return;
+    if (stat(path, &facts) == 0 && S_ISDIR(facts.st_mode)) {
+        walk_folder(path, given, crew, files);
         return;
     }
-    const uint64_t tag = memory_tag();
-    const walk state = {tag, memory_array(tag, FOLDERS_INCREMENT, nullptr), crew, files};
-    push_folder(state, path);
-    while (const auto *folder = static_cast<const CHAR *>(memory_array_take_last(state.folders)))
-        list_folder(state, folder);
-    memory_free_all(tag);
+    catalogue_entry *entry = catalogue_add(files, path, identity_of_parent(path));
+    if (entry == nullptr)
+        return;
+    entry->is_named = true;
+    crew_publish(crew);
+}
+
+bool walk_standard_input(const options &given, work_crew *crew, catalogue *files)
+{
+    path_input input;
+    path_input_open(input, given.are_names_null_ended ? '\0' : '\n');
+    CHAR path[PATH_MAX];
+    while (path_input_next(input, path)) {
+        if (!input.is_cut) {
+            walk_path(path, given, crew, files);
+            continue;
+        }
+        catalogue_entry *entry = catalogue_add(files, path, {});
+        errno = ENAMETOOLONG;
+        if (entry != nullptr)
+            list_platform_problem(files, entry, "cannot be opened");
+    }
+    return !input.has_failed;
 }

@@ -1,34 +1,23 @@
 #include "image_file.h"
 
 #include "catalog_memory.h"
-#include "foundation/date.h"
+#include "entry_order.h"
 #include "foundation/util.h"
+#include "interrupt.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
-constexpr UINT FROM_START = 0;
-constexpr UINT FROM_END = 2;
-
-// The checksum needs a file in one block, so memory limits a file's size: one large file at a time, of at
-// most a quarter of the machine's memory, beside small ones.
-constexpr uint64_t LARGE_FILE_BYTES = UINT64_C(64) << 20;
 constexpr uint64_t LARGEST_PIECE = UINT64_C(1) << 24;  // of one read, or one step of the digest
 
-uint64_t largest_file_bytes()
+void list_problem(const image_reader &reader, catalogue_entry *entry, const CHAR *reason)
 {
-    return static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) / 4;
-}
-
-bool report_file_problem(file_report &report, const CHAR *reason)
-{
-    OS_strncpy(report.facts.problem, reason, IMAGE_PROBLEM_SIZE - 1);
-    return false;
+    catalogue_set_problem(reader.files, entry, reason);
+    entry->state = entry_state::listed;
 }
 
 // An open file, closed at the end of its scope.
@@ -49,86 +38,59 @@ private:
     INT descriptor_;
 };
 
-// The turn of a large file; for a small one there is nothing to wait for.
-class large_file_turn {
-public:
-    large_file_turn(LPVOID identifier, uint64_t bytes)
-    {
-        if (bytes > LARGE_FILE_BYTES)
-            OS_mutex_open(identifier, nullptr, &handle_);
-    }
-    ~large_file_turn() { OS_mutex_release(handle_); }
-    large_file_turn(const large_file_turn &) = delete;
-    large_file_turn &operator=(const large_file_turn &) = delete;
-
-private:
-    LPVOID handle_ = nullptr;  // released without effect
-};
-
-// Left empty for a date outside 1601 to 9999.
-void store_date(int64_t epoch_seconds, file_report &report)
-{
-    constexpr int64_t year_1601 = INT64_C(-11644473600);
-    constexpr int64_t year_10000 = INT64_C(253402300800);
-    if (epoch_seconds < year_1601 || epoch_seconds >= year_10000)
-        return;
-    ZT_DATETIME moment;
-    OS_epoch_to_date(&moment, static_cast<double>(epoch_seconds));
-    const ZT_DATE date = {moment.year, moment.month, moment.day};
-    convert_ZT_DATE_to_DATE(&date, report.modified);
-}
-
 // Looked at before it is opened: opening a pipe or a device may wait, or do something.
-bool is_regular_file(const CHAR *path, file_report &report)
+bool is_safe_to_open(const catalogue_entry &entry)
 {
     struct stat facts = {};
-    if (stat(path, &facts) != 0) {
-        report_platform_problem(report, "cannot be opened");
-        return false;
-    }
-    if (!S_ISREG(facts.st_mode))
-        return report_file_problem(report, "is no regular file");
-    store_date(facts.st_mtime, report);
-    return true;
+    return entry.is_regular || stat(entry.path, &facts) != 0 || S_ISREG(facts.st_mode);
 }
 
-INT open_for_reading(const CHAR *path, file_report &report)
+// A descriptor of a regular file, its facts stored; -1, with a problem, when there is none.
+INT open_for_reading(const image_reader &reader, catalogue_entry *entry)
 {
-    if (!is_regular_file(path, report))
+    if (!is_safe_to_open(*entry)) {
+        list_problem(reader, entry, "is no regular file");
         return -1;
+    }
     // Without waiting, should the path have come to mean a pipe in the meantime.
-    const INT descriptor = OS_open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0);
-    if (descriptor < 0)
-        report_platform_problem(report, "cannot be opened");
-    return descriptor;
+    const INT descriptor = OS_open(entry->path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0);
+    struct stat facts = {};
+    if (descriptor < 0 || fstat(descriptor, &facts) != 0) {
+        list_platform_problem(reader.files, entry, "cannot be opened");
+    } else if (!S_ISREG(facts.st_mode)) {
+        list_problem(reader, entry, "is no regular file");
+    } else {
+        entry->modified = facts.st_mtime;
+        entry->has_modified = true;
+        entry->bytes = static_cast<uint64_t>(facts.st_size);
+        entry->has_bytes = true;
+        return descriptor;
+    }
+    if (descriptor >= 0)
+        OS_close(descriptor);
+    return -1;
 }
 
-// As many of `count` bytes as the file has from here on; fewer than that, with a reason, after an error.
-uint64_t read_bytes(INT descriptor, BYTE *bytes, uint64_t count, file_report &report)
+enum class reading { complete, ended_early, failed, interrupted };
+
+// `count` bytes from here on; `done` receives the number that were had.
+reading read_bytes(INT descriptor, BYTE *bytes, uint64_t count, uint64_t &done)
 {
-    uint64_t done = 0;
-    while (done < count) {
+    for (done = 0; done < count;) {
+        if (is_interrupted())
+            return reading::interrupted;
         const uint64_t piece = count - done < LARGEST_PIECE ? count - done : LARGEST_PIECE;
         const LONG step = OS_read(descriptor, bytes + done, static_cast<UINT>(piece));
         if (step < 0 && errno == EINTR)
             continue;
-        if (step < 0)
-            report_platform_problem(report, "cannot be read");
         if (step <= 0)
-            break;
+            return step == 0 ? reading::ended_early : reading::failed;
         done += static_cast<uint64_t>(step);
     }
-    return done;
+    return reading::complete;
 }
 
-image_kind read_kind(INT descriptor, file_report &report)
-{
-    BYTE first_bytes[SIGNATURE_SIZE] = {};
-    const uint64_t count = read_bytes(descriptor, first_bytes, SIGNATURE_SIZE, report);
-    return recognise_kind(first_bytes, count);
-}
-
-void compute_digests(const BYTE *bytes, uint64_t size, file_report &report)
+void compute_digests(const BYTE *bytes, uint64_t size, catalogue_entry *entry)
 {
     ZT_MD5_CONTEXT md5;
     MD5Init(&md5);
@@ -137,75 +99,130 @@ void compute_digests(const BYTE *bytes, uint64_t size, file_report &report)
         MD5Update(&md5, bytes + done, static_cast<UINT>(piece));
     }
     MD5Final(&md5);
-    OS_memcpy(report.md5, md5.digest, sizeof report.md5);
-    report.crc32 = static_cast<uint32_t>(ZR_util_CRC_calc(bytes, size));
-    report.is_read = true;
+    OS_memcpy(entry->md5, md5.digest, sizeof entry->md5);
+    entry->crc32 = static_cast<uint32_t>(ZR_util_CRC_calc(bytes, size));
+    entry->has_digests = true;
 }
 
-// The whole file under `tag`; null, with a reason, when it cannot be had.
-const BYTE *read_whole_file(INT descriptor, uint64_t tag, file_report &report)
+void ask_module(const image_reader &reader, const BYTE *bytes, catalogue_entry *entry)
 {
-    auto *bytes =
-        report.bytes <= largest_file_bytes() ? static_cast<BYTE *>(memory_alloc(tag, report.bytes)) : nullptr;
-    if (bytes == nullptr) {
-        OS_sprintf(report.facts.problem, "its %llu bytes do not fit into memory",
-                   static_cast<unsigned long long>(report.bytes));
-        return nullptr;
+    const IMAGE_MODULE_READ read = modules_reader(reader.modules, entry->kind);
+    entry->lacks_module = read == nullptr;
+    if (read == nullptr)
+        return;
+    IMAGE_FACTS facts = {};
+    read(bytes, entry->bytes, &facts);
+    entry->width = facts.width;
+    entry->height = facts.height;
+    entry->has_dpi = facts.has_dpi != 0;
+    entry->dpi_x = facts.dpi_x;
+    entry->dpi_y = facts.dpi_y;
+    if (facts.problem[0] != '\0')
+        catalogue_set_problem(reader.files, entry, facts.problem);
+}
+
+void examine_content(const image_reader &reader, const BYTE *bytes, catalogue_entry *entry)
+{
+    compute_digests(bytes, entry->bytes, entry);
+    entry->state = entry_state::listed;
+    if (entry->kind == UNKNOWN_KIND)
+        catalogue_set_problem(reader.files, entry, "is no image of a known kind");
+    else
+        ask_module(reader, bytes, entry);
+}
+
+void list_too_large(const image_reader &reader, catalogue_entry *entry)
+{
+    CHAR reason[64];
+    OS_sprintf(reason, "its %llu bytes do not fit into memory",
+               static_cast<unsigned long long>(entry->bytes));
+    list_problem(reader, entry, reason);
+}
+
+struct first_bytes {
+    BYTE bytes[SIGNATURE_SIZE];
+    uint64_t count;
+};
+
+// The whole file in one block, which the checksum needs.
+void read_content(const image_reader &reader, INT descriptor, const first_bytes &first, BYTE *bytes,
+                  catalogue_entry *entry)
+{
+    OS_memcpy(bytes, first.bytes, first.count);
+    uint64_t done = 0;
+    switch (read_bytes(descriptor, bytes + first.count, entry->bytes - first.count, done)) {
+    case reading::complete:
+        examine_content(reader, bytes, entry);
+        break;
+    case reading::ended_early:
+        list_problem(reader, entry, "became shorter while it was read");
+        break;
+    case reading::failed:
+        list_platform_problem(reader.files, entry, "cannot be read");
+        break;
+    case reading::interrupted:
+        break;
     }
-    OS_seek(descriptor, 0, FROM_START);
-    if (read_bytes(descriptor, bytes, report.bytes, report) == report.bytes)
-        return bytes;
-    if (!report.has_problem())
-        report_file_problem(report, "became shorter while it was read");
-    return nullptr;
 }
 
-void examine_content(const image_reader &reader, const BYTE *bytes, file_report &report)
+void read_image(const image_reader &reader, INT descriptor, const first_bytes &first, catalogue_entry *entry)
 {
-    compute_digests(bytes, report.bytes, report);
-    if (report.kind == image_kind::unknown) {
-        report_file_problem(report, "is no image of a known kind");
+    if (entry->bytes > budget_largest_file()) {
+        list_too_large(reader, entry);
         return;
     }
-    const IMAGE_MODULE_READ read = modules_reader(reader.modules, report.kind, report.facts);
-    if (read != nullptr)
-        read(bytes, report.bytes, &report.facts);
+    const budget_share share(reader.budget, entry->bytes);
+    const uint64_t tag = memory_tag();
+    auto *bytes = static_cast<BYTE *>(memory_alloc(tag, entry->bytes));
+    if (bytes != nullptr)
+        read_content(reader, descriptor, first, bytes, entry);
+    else
+        list_too_large(reader, entry);
+    memory_free_all(tag);
+}
+
+// An empty file that was named, or whose name says image, is a lost one; others, as there are many, are
+// counted.
+void judge_empty_file(const image_reader &reader, catalogue_entry *entry)
+{
+    if (entry->is_named || has_image_ending(name_in_path(entry->path)))
+        list_problem(reader, entry, "is empty");
+    else
+        entry->state = entry_state::empty;
 }
 
 }  // namespace
 
-bool read_image_file(const image_reader &reader, const CHAR *path, bool named, file_report &report)
+void read_image_file(const image_reader &reader, catalogue_entry *entry)
 {
-    const open_file file(open_for_reading(path, report));
+    const open_file file(open_for_reading(reader, entry));
     if (!file.is_open())
-        return true;
-    const LONG size = OS_seek(file.descriptor(), 0, FROM_END);
-    if (size < 0 || OS_seek(file.descriptor(), 0, FROM_START) != 0) {
-        report_platform_problem(report, "cannot be read");
-        return true;
+        return;
+    if (entry->bytes == 0) {
+        judge_empty_file(reader, entry);
+        return;
     }
-    report.kind = read_kind(file.descriptor(), report);
-    if (report.has_problem())
-        return true;
-    if (report.kind == image_kind::unknown && !named)
-        return false;
-    report.bytes = static_cast<uint64_t>(size);
-    report.is_sized = true;
-    if (size == 0) {
-        report_file_problem(report, "is empty");
-        return true;
+    first_bytes first = {};
+    const uint64_t wanted = entry->bytes < SIGNATURE_SIZE ? entry->bytes : SIGNATURE_SIZE;
+    const reading outcome = read_bytes(file.descriptor(), first.bytes, wanted, first.count);
+    if (outcome == reading::interrupted)
+        return;
+    if (outcome == reading::failed) {
+        list_platform_problem(reader.files, entry, "cannot be read");
+        return;
     }
-    const large_file_turn turn(reader.large_files, report.bytes);
-    const uint64_t tag = memory_tag();
-    const BYTE *bytes = read_whole_file(file.descriptor(), tag, report);
-    if (bytes != nullptr)
-        examine_content(reader, bytes, report);
-    memory_free_all(tag);
-    return true;
+    entry->kind = recognise_kind(first.bytes, first.count);
+    if (entry->kind == UNKNOWN_KIND && !entry->is_named)
+        entry->state = entry_state::skipped;
+    else
+        read_image(reader, file.descriptor(), first, entry);
 }
 
-void report_platform_problem(file_report &report, const CHAR *what)
+void list_platform_problem(catalogue *files, catalogue_entry *entry, const CHAR *what)
 {
     CHAR words[128];
-    OS_sprintf(report.facts.problem, "%s: %.128s", what, strerror_r(errno, words, sizeof words));
+    CHAR reason[IMAGE_PROBLEM_SIZE];
+    OS_sprintf(reason, "%s: %.128s", what, strerror_r(errno, words, sizeof words));
+    catalogue_set_problem(files, entry, reason);
+    entry->state = entry_state::listed;
 }

@@ -2,16 +2,18 @@
 #pragma once
 
 #include "catalogue.h"
+#include "memory_budget.h"
 #include "module_set.h"
 
 struct image_reader {
+    catalogue *files;
     module_set *modules;
-    LPVOID large_files;  // a mutex identifier: one large file is in memory at a time
+    memory_budget *budget;
 };
 
-// Fill `report`. Returns false for a file that is no image and was not `named`: it has no place in the
-// catalogue. Every block of the work is released on return.
-bool read_image_file(const image_reader &reader, const CHAR *path, bool named, file_report &report);
+// Fill `entry` and give it its state; it stays pending when the run is interrupted meanwhile. Every block of
+// the work is released on return.
+void read_image_file(const image_reader &reader, catalogue_entry *entry);
 
-// The reason "WHAT: the platform's own words", from errno.
-void report_platform_problem(file_report &report, const CHAR *what);
+// List `entry` with the problem "WHAT: the platform's own words", from errno.
+void list_platform_problem(catalogue *files, catalogue_entry *entry, const CHAR *what);

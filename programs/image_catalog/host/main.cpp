@@ -5,8 +5,10 @@
 #include "folder_walk.h"
 #include "foundation/util.h"
 #include "image_file.h"
+#include "interrupt.h"
 #include "options.h"
 #include "report.h"
+#include "terminal.h"
 #include "text_output.h"
 #include "work_crew.h"
 
@@ -62,38 +64,52 @@ bool open_run(run &objects, const options &given)
     objects.tag = memory_tag();
     objects.catalogue_tag = memory_tag();
     objects.files = catalogue_open(objects.catalogue_tag);
-    objects.reader.modules = modules_open(objects.tag);
-    if (objects.files == nullptr || objects.reader.modules == nullptr ||
-        OS_mutex_ID_allocate(&objects.reader.large_files) != 0)
+    objects.reader = {objects.files, modules_open(objects.tag), budget_open(objects.tag)};
+    if (objects.files == nullptr || objects.reader.modules == nullptr || objects.reader.budget == nullptr)
         return false;
-    objects.crew = crew_open(objects.tag, objects.files, objects.reader, job_count(given));
+    objects.crew = crew_open(objects.tag, objects.reader, job_count(given));
     return objects.crew != nullptr;
 }
 
-void read_all(const run &objects, const options &given)
+// False when the names on standard input cannot be read.
+bool read_all(const run &objects, const options &given)
 {
-    for (INT i = 0; i < given.argument_count; ++i)
-        if (given.arguments[i] != nullptr)
-            walk_path(given.arguments[i], objects.crew, objects.files);
+    bool ok = true;
+    for (INT i = 0; i < given.argument_count && !is_interrupted(); ++i) {
+        if (given.arguments[i] == names_from_input)
+            ok = walk_standard_input(given, objects.crew, objects.files) && ok;
+        else if (given.arguments[i] != nullptr)
+            walk_path(given.arguments[i], given, objects.crew, objects.files);
+    }
     crew_finish(objects.crew);
+    return ok;
 }
 
-INT report_all(const catalogue *files, bool as_json)
+bool print_catalogue(const report_source &source, const options &given)
 {
-    INT status = STATUS_GOOD;
-    if (!(as_json ? report_json(files) : report_table(files)))
+    if (given.as_json)
+        return report_json(source);
+    terminal_use_utf8();
+    return report_table(source, given) && report_problems(source) && report_totals(source);
+}
+
+INT report_all(const run &objects, const options &given)
+{
+    if (!catalogue_finish(objects.files, given.order, given.is_reversed))
+        return report_failure("out of memory");
+    const report_source source = {objects.files, objects.reader.modules, is_interrupted()};
+    INT status = has_problems(source) ? STATUS_PROBLEM : STATUS_GOOD;
+    if (!print_catalogue(source, given))
         status = report_failure("the catalogue cannot be written to standard output");
-    if (!report_problems(files))
-        status = STATUS_PROBLEM;
-    if (catalogue_count(files).lost != 0)
+    if (catalogue_count(objects.files).lost != 0)
         status = report_failure("out of memory: entries are missing");
     return status;
 }
 
 void close_run(run &objects)
 {
-    if (objects.reader.large_files != nullptr)
-        OS_mutex_ID_free(objects.reader.large_files);
+    if (objects.reader.budget != nullptr)
+        budget_close(objects.reader.budget);
     if (objects.reader.modules != nullptr)
         modules_close(objects.reader.modules);
     memory_free_all(objects.tag);
@@ -107,8 +123,10 @@ INT make_catalogue(const options &given)
     run objects;
     INT status = STATUS_PROBLEM;
     if (open_run(objects, given)) {
-        read_all(objects, given);
-        status = report_all(objects.files, given.as_json);
+        const bool has_names = read_all(objects, given);
+        status = report_all(objects, given);
+        if (!has_names)
+            status = report_failure("the names on standard input cannot be read");
     } else {
         report_failure("out of memory");
     }
@@ -147,5 +165,8 @@ int main(int argument_count, char **arguments)
     case action::catalogue:
         break;
     }
-    return run_with_memory(given);
+    interrupt_catch();
+    const INT status = run_with_memory(given);
+    interrupt_obey();
+    return status;
 }

@@ -11,6 +11,12 @@ module_set *modules_open(uint64_t tag);
 // Unload what was loaded. The set itself goes with its tag.
 void modules_close(module_set *modules);
 
-// The reading function of the module for `kind`; null, with a reason in `facts`, when it is not to be had.
+// The reading function of the module for `kind`; null when it is not to be had.
 // Threads: may be called from any.
-IMAGE_MODULE_READ modules_reader(module_set *modules, image_kind kind, IMAGE_FACTS &facts);
+IMAGE_MODULE_READ modules_reader(module_set *modules, image_kind kind);
+
+constexpr UINT MODULE_FILE_NAME_SIZE = 64;
+void module_file_name(image_kind kind, CHAR *name);
+
+// For reporting: why the module for `kind` could not be used; null when it could, or was not needed.
+const CHAR *modules_problem(const module_set *modules, image_kind kind);

@@ -7,7 +7,8 @@ namespace {
 
 constexpr uint64_t FILE_HEADER_SIZE = 14;
 constexpr uint32_t CORE_HEADER_SIZE = 12;  // the oldest: 16-bit sides and no resolution
-constexpr uint32_t INFO_HEADER_SIZE = 40;  // the one that all later ones begin with
+constexpr uint32_t INFO_HEADER_SIZE = 16;  // all later ones, which may end behind any field from this on
+constexpr uint32_t OS2_HEADER_SIZE = 64;   // its codes of compression differ
 constexpr uint32_t LONGEST_HEADER_SIZE = 124;
 
 struct bitmap_header {
@@ -29,11 +30,16 @@ bitmap_header read_core_header(const byte_view &header)
     return {header.word(4), header.word(6), header.word(10), 0, 0, 0};
 }
 
+// Fields behind the end of a short header read as 0.
 bitmap_header read_info_header(const byte_view &header)
 {
+    constexpr uint32_t packed = UINT32_MAX;
+    const uint32_t compression = header.dword(16);
+    const bool is_packed = header.size == OS2_HEADER_SIZE && compression != 0;
     const auto width = static_cast<int32_t>(header.dword(4));
     const auto height = static_cast<int32_t>(header.dword(8));
-    return {width, height, header.word(14), header.dword(16), header.dword(24), header.dword(28)};
+    return {width,           height, header.word(14), is_packed ? packed : compression, header.dword(24),
+            header.dword(28)};
 }
 
 bool is_uncompressed(const bitmap_header &header)
@@ -61,11 +67,8 @@ bool has_all_rows(const bitmap_header &header, uint64_t height, uint64_t pixel_b
 
 void store_pixels_per_metre(const bitmap_header &header, IMAGE_FACTS &facts)
 {
-    // Signed in the file; a negative resolution is none.
-    const auto x = static_cast<int32_t>(header.pixels_per_metre_x);
-    const auto y = static_cast<int32_t>(header.pixels_per_metre_y);
-    store_resolution(facts, {static_cast<uint64_t>(x > 0 ? x : 0), 1, static_cast<uint64_t>(y > 0 ? y : 0), 1,
-                             ZT_RES_UNIT_METER});
+    // Signed in the format's description, but read as unsigned by the programs that show it.
+    store_resolution(facts, {header.pixels_per_metre_x, 1, header.pixels_per_metre_y, 1, ZT_RES_UNIT_METER});
 }
 
 bool check_pixels(const byte_view &file, const bitmap_header &header, uint64_t header_size,
@@ -84,6 +87,8 @@ bool check_pixels(const byte_view &file, const bitmap_header &header, uint64_t h
 }
 
 }  // namespace
+
+const IMAGE_MODULE_IDENTITY image_module_identity = {IMAGE_MODULE_VERSION, "bmp"};
 
 void image_module_read(const BYTE *data, uint64_t size, IMAGE_FACTS *facts)
 {

@@ -29,6 +29,16 @@ struct byte_view {
     WORD word(uint64_t offset) const { return static_cast<WORD>(number(offset, 2)); }
     uint32_t dword(uint64_t offset) const { return number(offset, 4); }
 
+    // The same for 8 bytes too. The library swaps each half rightly, but not the two together.
+    uint64_t whole(uint64_t offset, uint64_t count) const
+    {
+        if (count != 8)
+            return number(offset, count);
+        const uint64_t first = holds(offset, 8) ? dword(offset) : 0;
+        const uint64_t second = dword(offset + 4);
+        return order == byte_order::little_endian ? second << 32 | first : first << 32 | second;
+    }
+
     // The `count` bytes at `offset`, which must be there, as a view of their own.
     byte_view part(uint64_t offset, uint64_t count) const { return {data + offset, count, order}; }
 

@@ -53,14 +53,19 @@ void store_resolution(IMAGE_FACTS &facts, const ZT_RESOLUTION &resolution)
     if (known.y_denominator == 0)
         known.y_numerator = 0;
 
+    const bool has_length = known.unit == ZT_RES_UNIT_INCH || known.unit == ZT_RES_UNIT_CENTIMETER ||
+                            known.unit == ZT_RES_UNIT_METER;
+    if (!has_length || (known.x_numerator == 0 && known.y_numerator == 0))
+        return;
+    facts.has_dpi = 1;
     if (known.unit == ZT_RES_UNIT_INCH)
         round_to_inches(known, facts.dpi_x, facts.dpi_y);
-    else if (known.unit == ZT_RES_UNIT_CENTIMETER || known.unit == ZT_RES_UNIT_METER)
+    else
         Bsu_convert_resolution(ZT_RES_UNIT_INCH, &facts.dpi_x, &facts.dpi_y, known);
 
     // A file that gives one axis alone means both.
-    if (facts.dpi_x == 0)
+    if (known.x_numerator == 0)
         facts.dpi_x = facts.dpi_y;
-    if (facts.dpi_y == 0)
+    if (known.y_numerator == 0)
         facts.dpi_y = facts.dpi_x;
 }

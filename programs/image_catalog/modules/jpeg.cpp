@@ -109,25 +109,25 @@ void read_jfif_density(const segment &found, IMAGE_FACTS &facts)
     store_resolution(facts, {x, 1, y, 1, code == per_inch ? ZT_RES_UNIT_INCH : ZT_RES_UNIT_CENTIMETER});
 }
 
-// A resolution in the Exif data replaces that of JFIF, whichever comes first.
-bool read_exif(const segment &found, jpeg_state &state, IMAGE_FACTS &facts)
+// A resolution in the Exif data replaces that of JFIF, whichever comes first. No viewer needs the data: where
+// it is damaged, what can still be read of it counts.
+void read_exif(const segment &found, jpeg_state &state, IMAGE_FACTS &facts)
 {
     constexpr uint64_t name_size = 6;
     if (state.has_exif || !found.data.matches(0, "Exif\0", name_size))
-        return true;
+        return;
     state.has_exif = true;
-    byte_view data = found.data.part(name_size, found.data.size - name_size);
-    uint64_t offset = 0;
-    tiff_directory directory = {};
+    tiff_structure structure = {};
     IMAGE_FACTS exif = {};
-    if (!tiff_open(data, data, offset, exif) || !tiff_read_directory(data, offset, directory, exif) ||
-        !tiff_read_resolution(directory, state.has_exif_resolution, exif))
-        return report_problem(facts, "corrupt: its Exif data is damaged");
-    if (state.has_exif_resolution) {
-        facts.dpi_x = exif.dpi_x;
-        facts.dpi_y = exif.dpi_y;
-    }
-    return true;
+    if (!tiff_open(found.data.part(name_size, found.data.size - name_size), structure, exif))
+        return;
+    tiff_read_resolution(tiff_read_directory(structure, structure.first_offset), exif);
+    if (!exif.has_dpi)
+        return;
+    state.has_exif_resolution = true;
+    facts.has_dpi = exif.has_dpi;
+    facts.dpi_x = exif.dpi_x;
+    facts.dpi_y = exif.dpi_y;
 }
 
 bool read_facts(const segment &found, uint64_t file_size, jpeg_state &state, IMAGE_FACTS &facts)
@@ -135,7 +135,7 @@ bool read_facts(const segment &found, uint64_t file_size, jpeg_state &state, IMA
     if (found.marker == MARKER_APP0 && !state.has_exif_resolution)
         read_jfif_density(found, facts);
     if (found.marker == MARKER_APP1)
-        return read_exif(found, state, facts);
+        read_exif(found, state, facts);
     if (found.marker == MARKER_SOS)
         state.has_scan = true;
     if (!is_start_of_frame(found.marker) || state.has_frame)
@@ -154,6 +154,8 @@ bool check_parts(const jpeg_state &state, IMAGE_FACTS &facts)
 }
 
 }  // namespace
+
+const IMAGE_MODULE_IDENTITY image_module_identity = {IMAGE_MODULE_VERSION, "jpeg"};
 
 void image_module_read(const BYTE *data, uint64_t size, IMAGE_FACTS *facts)
 {

@@ -109,6 +109,8 @@ void read_resolution(const chunk &found, IMAGE_FACTS &facts)
 
 }  // namespace
 
+const IMAGE_MODULE_IDENTITY image_module_identity = {IMAGE_MODULE_VERSION, "png"};
+
 void image_module_read(const BYTE *data, uint64_t size, IMAGE_FACTS *facts)
 {
     const byte_view file = {data, size, byte_order::big_endian};

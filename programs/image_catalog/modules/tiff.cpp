@@ -6,9 +6,7 @@ namespace {
 
 bool read_side(const tiff_directory &directory, WORD tag, uint64_t &pixels, IMAGE_FACTS &facts)
 {
-    tiff_field field = {};
-    if (!tiff_find_field(directory, tag, field, facts))
-        return false;
+    const tiff_field field = tiff_find_field(directory, tag);
     bool ok = field.is_present();
     if (ok)
         pixels = tiff_whole_number(field, 0, ok);
@@ -24,7 +22,7 @@ bool read_size(const tiff_directory &directory, IMAGE_FACTS &facts)
     uint64_t height = 0;
     return read_side(directory, TIFF_TAG_WIDTH, width, facts) &&
            read_side(directory, TIFF_TAG_HEIGHT, height, facts) &&
-           accept_size(facts, width, height, directory.data.size, ANY_PIXELS_PER_BYTE);
+           accept_size(facts, width, height, directory.structure.data.size, ANY_PIXELS_PER_BYTE);
 }
 
 /* The bytes of structure that may still be looked at. Sound directories and tables do not overlap, so
@@ -50,11 +48,9 @@ struct structure_budget {
 bool check_pieces(const tiff_directory &directory, WORD offsets_tag, WORD sizes_tag, structure_budget &budget,
                   IMAGE_FACTS &facts)
 {
-    tiff_field offsets = {};
-    tiff_field sizes = {};
-    if (!tiff_find_field(directory, offsets_tag, offsets, facts) ||
-        !tiff_find_field(directory, sizes_tag, sizes, facts) || !budget.spend_on(offsets, facts) ||
-        !budget.spend_on(sizes, facts))
+    const tiff_field offsets = tiff_find_field(directory, offsets_tag);
+    const tiff_field sizes = tiff_find_field(directory, sizes_tag);
+    if (!budget.spend_on(offsets, facts) || !budget.spend_on(sizes, facts))
         return false;
     bool ok = true;
     for (uint64_t i = 0; i < offsets.count; ++i) {
@@ -62,7 +58,7 @@ bool check_pieces(const tiff_directory &directory, WORD offsets_tag, WORD sizes_
         const uint64_t size = i < sizes.count ? tiff_whole_number(sizes, i, ok) : 0;
         if (!ok)
             return report_problem(facts, "corrupt: the places of its pixels are no numbers");
-        if (!directory.data.holds(offset, size))
+        if (!directory.structure.data.holds(offset, size))
             return report_problem(facts, "truncated or corrupt: its pixels lie outside the file");
     }
     return true;
@@ -74,30 +70,53 @@ bool check_pixels(const tiff_directory &directory, structure_budget &budget, IMA
            check_pieces(directory, TIFF_TAG_TILE_OFFSETS, TIFF_TAG_TILE_SIZES, budget, facts);
 }
 
+bool read_directory(const tiff_structure &structure, uint64_t offset, tiff_directory &directory,
+                    IMAGE_FACTS &facts)
+{
+    const auto place = static_cast<unsigned long long>(offset);
+    directory = tiff_read_directory(structure, offset);
+    if (!directory.is_whole) {
+        OS_sprintf(facts.problem, "truncated or corrupt: its directory at byte %llu lies outside the file",
+                   place);
+        return false;
+    }
+    if (directory.entry_count == 0) {
+        OS_sprintf(facts.problem, "corrupt: its directory at byte %llu is empty", place);
+        return false;
+    }
+    return true;
+}
+
 bool check_chain(tiff_directory directory, IMAGE_FACTS &facts)
 {
-    structure_budget budget = {directory.data.size};
+    structure_budget budget = {directory.structure.data.size};
     for (;;) {
         if (!budget.spend(directory.size(), facts) || !tiff_check_fields(directory, facts) ||
             !check_pixels(directory, budget, facts))
             return false;
         if (directory.next_offset == 0)
             return true;
-        if (!tiff_read_directory(directory.data, directory.next_offset, directory, facts))
+        if (!read_directory(directory.structure, directory.next_offset, directory, facts))
             return false;
     }
 }
 
 }  // namespace
 
+const IMAGE_MODULE_IDENTITY image_module_identity = {IMAGE_MODULE_VERSION, "tiff"};
+
 void image_module_read(const BYTE *data, uint64_t size, IMAGE_FACTS *facts)
 {
-    byte_view file = {data, size, byte_order::little_endian};
-    uint64_t first_offset = 0;
+    tiff_structure file = {};
     tiff_directory first = {};
-    bool has_resolution = false;
-    if (tiff_open(file, file, first_offset, *facts) &&
-        tiff_read_directory(file, first_offset, first, *facts) && read_size(first, *facts) &&
-        tiff_read_resolution(first, has_resolution, *facts))
-        check_chain(first, *facts);
+    if (!tiff_open({data, size, byte_order::little_endian}, file, *facts))
+        return;
+    if (file.first_offset == 0) {
+        report_problem(*facts, "corrupt: it has no directory");
+        return;
+    }
+    if (!read_directory(file, file.first_offset, first, *facts) || !read_size(first, *facts))
+        return;
+    tiff_read_resolution(first, *facts);
+    check_chain(first, *facts);
 }

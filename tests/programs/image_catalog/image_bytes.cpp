@@ -150,6 +150,30 @@ std::string tiff_image(byte_order order, const std::vector<tiff_field> &extra)
     return tiff_file(order, tiff_fields(order, extra));
 }
 
+std::string big_tiff_image(byte_order order, const std::vector<tiff_field> &extra)
+{
+    const std::vector<tiff_field> fields = tiff_fields(order, extra);
+    constexpr uint64_t pixels_offset = 16;
+    const uint64_t directory = pixels_offset + 200;
+    uint64_t value_offset = directory + 8 + 20 * fields.size() + 8;
+    std::string entries = number(order, fields.size(), 8);
+    std::string values;
+    for (const tiff_field &field : fields) {
+        const std::string value = field.tag == 273 ? number(order, pixels_offset, 4) : field.value;
+        entries += number(order, field.tag, 2) + number(order, field.type, 2) + number(order, field.count, 8);
+        if (value.size() <= 8) {
+            entries += value + std::string(8 - value.size(), '\0');
+        } else {
+            entries += number(order, value_offset, 8);
+            values += value;
+            value_offset += value.size();
+        }
+    }
+    return (order == byte_order::LITTLE ? "II" : "MM") + number(order, 43, 2) + number(order, 8, 2) +
+           number(order, 0, 2) + number(order, directory, 8) + std::string(200, '\x80') + entries +
+           number(order, 0, 8) + values;
+}
+
 // ---- JPEG
 
 std::string jpeg_segment(unsigned marker, const std::string &data)
@@ -215,6 +239,13 @@ std::string bmp_image(int32_t width, int32_t height, int32_t x_per_metre, int32_
                                signed_number(y_per_metre) + signed_number(0) + signed_number(0);
     const size_t rows = static_cast<size_t>(height < 0 ? -height : height);
     return bmp_file(header, bmp_pixels(static_cast<size_t>(width), rows));
+}
+
+std::string bmp_with_header(uint32_t size, int32_t width, int32_t height)
+{
+    std::string header = bmp_image(width, height, 2835, 2835).substr(14, 40) + std::string(84, '\0');
+    header = with_bytes(header, 0, number(byte_order::LITTLE, size, 4)).substr(0, size);
+    return bmp_file(header, bmp_pixels(static_cast<size_t>(width), static_cast<size_t>(height)));
 }
 
 std::string bmp_core_image(uint16_t width, uint16_t height)

@@ -27,7 +27,14 @@ std::string png_image(const std::string &extra = "");
 
 // ---- TIFF
 
-enum tiff_type : uint16_t { TIFF_BYTE = 1, TIFF_SHORT = 3, TIFF_LONG = 4, TIFF_RATIONAL = 5 };
+enum tiff_type : uint16_t {
+    TIFF_BYTE = 1,
+    TIFF_ASCII = 2,
+    TIFF_SHORT = 3,
+    TIFF_LONG = 4,
+    TIFF_RATIONAL = 5,
+    TIFF_SIGNED_LONG = 9
+};
 
 struct tiff_field {
     uint16_t tag;
@@ -45,6 +52,8 @@ constexpr uint32_t TIFF_DIRECTORY = 208;
 // 20 x 10 grey pixels; a field of `extra` replaces the usual one of its tag.
 std::vector<tiff_field> tiff_fields(byte_order order, const std::vector<tiff_field> &extra = {});
 std::string tiff_image(byte_order order, const std::vector<tiff_field> &extra = {});
+// The same with offsets and counts of 64 bits.
+std::string big_tiff_image(byte_order order, const std::vector<tiff_field> &extra = {});
 
 // ---- JPEG
 
@@ -60,5 +69,8 @@ size_t jpeg_size_offset(const std::string &jpeg);
 
 // 24 bits to a pixel; a negative height runs from the top down.
 std::string bmp_image(int32_t width, int32_t height, int32_t x_per_metre, int32_t y_per_metre);
+// 24 bits to a pixel, behind an information header of `size` bytes: 16 or more. 2835 pixels per metre where
+// it has room for them.
+std::string bmp_with_header(uint32_t size, int32_t width, int32_t height);
 // The oldest header, with 16-bit sides and no resolution.
 std::string bmp_core_image(uint16_t width, uint16_t height);
