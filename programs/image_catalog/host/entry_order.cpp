@@ -48,6 +48,21 @@ INT compare_by(sort_key key, const catalogue_entry &a, const catalogue_entry &b)
     return 0;
 }
 
+// The less is known, the higher.
+INT rank_of(entry_state state)
+{
+    switch (state) {
+    case entry_state::listed:
+        return 0;
+    case entry_state::pending:
+        return 1;
+    case entry_state::skipped:
+    case entry_state::empty:
+        break;
+    }
+    return 2;
+}
+
 }  // namespace
 
 const CHAR *name_in_path(const CHAR *path)
@@ -63,16 +78,11 @@ bool is_same_file(const catalogue_entry &a, const catalogue_entry &b)
 
 void sort_by_identity(const catalogue_entry **entries, uint64_t count)
 {
-    const auto is_skipped = [](const catalogue_entry &entry) {
-        return entry.state == entry_state::skipped || entry.state == entry_state::empty;
-    };
-    std::sort(entries, entries + count, [&](const catalogue_entry *a, const catalogue_entry *b) {
-        const INT order = compare_identities(*a, *b);
-        if (order != 0)
-            return order < 0;
-        if (is_skipped(*a) != is_skipped(*b))
-            return is_skipped(*b);
-        return a->number < b->number;
+    std::sort(entries, entries + count, [](const catalogue_entry *a, const catalogue_entry *b) {
+        INT order = compare_identities(*a, *b);
+        if (order == 0)
+            order = compare_numbers(rank_of(a->state), rank_of(b->state));
+        return order != 0 ? order < 0 : a->number < b->number;
     });
 }
 

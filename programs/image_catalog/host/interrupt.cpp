@@ -1,5 +1,7 @@
 #include "interrupt.h"
 
+#include <errno.h>
+#include <poll.h>
 #include <signal.h>
 
 #include <atomic>
@@ -36,7 +38,7 @@ void interrupt_catch()
             continue;
         struct sigaction action = {};
         action.sa_handler = remember;
-        action.sa_flags = static_cast<INT>(SA_RESETHAND);  // without SA_RESTART: a waiting read returns
+        action.sa_flags = static_cast<INT>(SA_RESETHAND);
         sigaction(each, &action, nullptr);
     }
 }
@@ -44,6 +46,21 @@ void interrupt_catch()
 bool is_interrupted()
 {
     return received.load(std::memory_order_relaxed) != 0;
+}
+
+// A signal between the look and the wait would be waited out, so it is let in by the wait alone.
+bool interrupt_wait_for_input(INT descriptor)
+{
+    const interrupts_blocked blocked;
+    sigset_t while_waiting;
+    pthread_sigmask(SIG_BLOCK, nullptr, &while_waiting);
+    for (const INT each : SIGNALS)
+        sigdelset(&while_waiting, each);
+    pollfd input = {descriptor, POLLIN, 0};
+    while (!is_interrupted())
+        if (ppoll(&input, 1, nullptr, &while_waiting) >= 0 || errno != EINTR)
+            return true;
+    return false;
 }
 
 void interrupt_obey()

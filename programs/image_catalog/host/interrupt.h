@@ -9,6 +9,9 @@ void interrupt_catch();
 // Threads: may be called from any.
 bool is_interrupted();
 
+// Wait until there is something to read, or nothing more; false when the run is interrupted before.
+bool interrupt_wait_for_input(INT descriptor);
+
 // End the program by the signal that was remembered, so that a shell sees what ended it; return when there
 // was none.
 void interrupt_obey();

@@ -12,9 +12,11 @@ constexpr INT STANDARD_INPUT = 0;
 // False at the end.
 bool fill(path_input &input)
 {
-    LONG count = -1;
+    LONG count = 0;
     do
-        count = is_interrupted() ? 0 : OS_read(STANDARD_INPUT, input.buffer, sizeof input.buffer);
+        count = interrupt_wait_for_input(STANDARD_INPUT)
+                    ? OS_read(STANDARD_INPUT, input.buffer, sizeof input.buffer)
+                    : 0;
     while (count < 0 && errno == EINTR);
     input.has_failed = count < 0;
     input.is_at_end = count <= 0;

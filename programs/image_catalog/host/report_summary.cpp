@@ -20,7 +20,7 @@ void put_count(text_output &output, uint64_t count, const CHAR *one, const CHAR 
     output_text(output, count == 1 ? one : many);
 }
 
-// A total's name, its number of images and their bytes, each below those of the others.
+// Of a kind, or of all.
 struct total_line {
     const CHAR *name;
     uint64_t images;
@@ -35,9 +35,9 @@ uint64_t digits(uint64_t number)
     return count;
 }
 
-// The widest of each, which the line of all kinds has, but for the names.
 constexpr uint64_t NAME_WIDTH = 5;
 
+// The numbers end below each other; those of `all` are the longest.
 void put_total(text_output &output, const total_line &line, const total_line &all)
 {
     const uint64_t length = strlen(line.name);

@@ -119,7 +119,9 @@ void read_exif(const segment &found, jpeg_state &state, IMAGE_FACTS &facts)
     state.has_exif = true;
     tiff_structure structure = {};
     IMAGE_FACTS exif = {};
-    if (!tiff_open(found.data.part(name_size, found.data.size - name_size), structure, exif))
+    constexpr uint64_t header_size = 8;  // no directory begins inside
+    if (!tiff_open(found.data.part(name_size, found.data.size - name_size), structure, exif) ||
+        structure.first_offset < header_size)
         return;
     tiff_read_resolution(tiff_read_directory(structure, structure.first_offset), exif);
     if (!exif.has_dpi)

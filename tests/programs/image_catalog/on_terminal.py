@@ -7,6 +7,7 @@ shell tells it."""
 import fcntl
 import os
 import pty
+import signal
 import struct
 import sys
 import termios
@@ -17,6 +18,7 @@ def main():
     script = [line.split(" ", 1) for line in sys.stdin.read().splitlines()]
     child, terminal = pty.fork()
     if child == 0:
+        signal.signal(signal.SIGINT, signal.SIG_DFL)  # a job in the background inherits that it is ignored
         fcntl.ioctl(1, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
         os.execvp(command[0], command)
     received = b""
