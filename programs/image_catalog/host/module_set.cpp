@@ -124,6 +124,14 @@ bool check_identity(companion_module &module, image_kind kind)
     return true;
 }
 
+// The words may quote a damaged file.
+void make_printable(CHAR *words)
+{
+    for (; *words != '\0'; ++words)
+        if (*words < ' ' || *words > '~')
+            *words = '?';
+}
+
 void use_module(companion_module &module, image_kind kind)
 {
     CHAR file_name[MODULE_FILE_NAME_SIZE];
@@ -136,6 +144,7 @@ void use_module(companion_module &module, image_kind kind)
         module.read =
             reinterpret_cast<IMAGE_MODULE_READ>(find_symbol(module, IMAGE_MODULE_FUNCTION, STT_FUNC, 0));
     memory_free_all(tag);
+    make_printable(module.problem);
 }
 
 }  // namespace

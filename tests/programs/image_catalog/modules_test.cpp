@@ -108,6 +108,16 @@ TEST_F(Module, ThatLacksASymbolIsRefusedInTheLoadersWords)
     expect_refused("undefined symbol: function_that_nobody_has");
 }
 
+TEST_F(Module, ThatIsDamagedIsQuotedInPrintableWords)
+{
+    std::string module = content_of(MODULE_THAT_MISSING_SYMBOL);
+    const std::string name = "function_that_nobody_has";
+    for (size_t at = module.find(name); at != std::string::npos; at = module.find(name, at + 1))
+        module = with_bytes(module, at, "\x94\x1b");
+    write(std::string("host/") + BMP_MODULE_NAME, module);
+    expect_refused("undefined symbol: ??nction_that_nobody_has");
+}
+
 struct faulty_module {
     const char *file;
     const char *reason;
