@@ -31,7 +31,13 @@ constexpr image_kind IMAGE_KIND_COUNT = sizeof image_kinds / sizeof image_kinds[
 constexpr image_kind UNKNOWN_KIND = IMAGE_KIND_COUNT;
 
 // As many first bytes of a file as recognition looks at.
-constexpr UINT SIGNATURE_SIZE = 10;
+constexpr uint64_t SIGNATURE_SIZE = [] {
+    uint64_t longest = 0;
+    for (const image_kind_record &kind : image_kinds)
+        for (const image_signature &each : kind.signatures)
+            longest = each.size > longest ? each.size : longest;
+    return longest;
+}();
 
 // The kind of a file that begins with `count` bytes (fewer than SIGNATURE_SIZE only for a shorter file). A
 // file that ends inside a signature, two bytes or more of it, is of that kind.

@@ -26,12 +26,22 @@ INT report_failure(const CHAR *reason)
     return STATUS_PROBLEM;
 }
 
-INT print(const CHAR *text)
+INT print_all(text_output &output)
+{
+    return output_flush(output) ? STATUS_GOOD : report_failure("standard output cannot be written");
+}
+
+INT print_help()
 {
     text_output output;
     output_open(output, STANDARD_OUTPUT);
-    output_text(output, text);
-    return output_flush(output) ? STATUS_GOOD : report_failure("standard output cannot be written");
+    output_text(output, help_beginning);
+    for (image_kind kind = 0; kind < IMAGE_KIND_COUNT; ++kind) {
+        output_text(output, kind == 0 ? " " : ", ");
+        output_text(output, name_of_kind(kind));
+    }
+    output_text(output, help_end);
+    return print_all(output);
 }
 
 INT print_version()
@@ -39,7 +49,10 @@ INT print_version()
     CHAR line[128];
     OS_sprintf(line, "image_catalog %s (foundation library built %s)\n", IMAGE_CATALOG_VERSION,
                iQV_version_compile_date());
-    return print(line);
+    text_output output;
+    output_open(output, STANDARD_OUTPUT);
+    output_text(output, line);
+    return print_all(output);
 }
 
 // The objects of a run, each null until it is made.
@@ -157,7 +170,7 @@ int main(int argument_count, char **arguments)
     const options given = read_options(argument_count, arguments);
     switch (given.wanted) {
     case action::help:
-        return print(help_text);
+        return print_help();
     case action::version:
         return print_version();
     case action::refuse:

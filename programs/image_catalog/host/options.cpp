@@ -4,9 +4,11 @@
 
 #include <string.h>
 
-const CHAR *const help_text =
-    "Usage: image_catalog [OPTION]... PATH...\n"
-    "Catalogue image files: PNG, TIFF, BMP and JPEG, told apart by their contents.\n"
+const CHAR *const help_beginning = "Usage: image_catalog [OPTION]... PATH...\n"
+                                   "Catalogue image files, told apart by their contents:";
+
+const CHAR *const help_end =
+    ".\n"
     "\n"
     "Each PATH is a file, or a folder that is searched with everything below it. Links to\n"
     "folders met there are not followed, and files that are no images are counted only.\n"

@@ -35,4 +35,6 @@ extern CHAR names_from_input[];
 // standard error and gives action::refuse.
 options read_options(INT argument_count, CHAR **arguments);
 
-extern const CHAR *const help_text;
+// The names of the kinds stand between the two.
+extern const CHAR *const help_beginning;
+extern const CHAR *const help_end;
