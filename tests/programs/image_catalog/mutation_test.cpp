@@ -11,7 +11,8 @@
 
 namespace {
 
-// A longer run: MUTATED_FILES=200000 image_catalog_test --gtest_filter='*MutatedFile*'
+// A longer run, in memory: TMPDIR=/dev/shm MUTATED_FILES=200000 image_catalog_test
+// --gtest_filter='*MutatedFile*'
 size_t wanted_files()
 {
     const char *count = getenv("MUTATED_FILES");
