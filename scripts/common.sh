@@ -58,3 +58,8 @@ test_packages=(
     nlohmann-json3-dev               # reads the catalogue's JSON
     pkg-config binutils              # consumers of the installed library; a look into its symbol tables
 )
+bench_packages=(
+    libbenchmark-dev python3-matplotlib                             # the benchmark framework; plots
+    libdeflate-dev libisal-dev zlib1g-dev libssl-dev libmd-dev      # peers: checksums and digests
+    libtalloc-dev libapr1-dev libglib2.0-dev uuid-dev pkg-config    # peers: owned memory, arrays, services
+)
