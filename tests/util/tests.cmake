@@ -16,3 +16,11 @@ qv_add_test(checksums_test
     util/checksums_md5_count_test.cpp
     util/checksums_md5_record_test.cpp
     LIBRARIES OpenSSL::Crypto ZLIB::ZLIB)
+
+# Their private parts, compiled into the test.
+qv_add_test(checksums_crc_kernels_test
+    util/checksums_crc_kernels_test.cpp
+    ${PROJECT_SOURCE_DIR}/foundation/util/checksums_crc.cpp
+    ${PROJECT_SOURCE_DIR}/foundation/util/checksums_crc_avx512.cpp
+    ${PROJECT_SOURCE_DIR}/foundation/util/checksums_crc_pclmul.cpp
+    LIBRARIES ZLIB::ZLIB)

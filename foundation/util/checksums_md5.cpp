@@ -1,4 +1,4 @@
-// CRC-32 by table, and MD5.
+// MD5 (RFC 1321).
 
 #include "foundation/util.h"
 
@@ -6,60 +6,6 @@ static_assert(offsetof(ZT_MD5_CONTEXT, bit_count) == 0 && offsetof(ZT_MD5_CONTEX
                   offsetof(ZT_MD5_CONTEXT, buffer) == 24 && offsetof(ZT_MD5_CONTEXT, digest) == 88 &&
                   sizeof(ZT_MD5_CONTEXT) == 104,
               "ZT_MD5_CONTEXT is ABI");
-
-// ---- CRC-32 ------------------------------------------------------------------------------------------
-
-// Entry n is what remains of the byte n after division by the polynomial; the upper 32 bits are zero.
-// Threads that meet an unbuilt table may build it together: all store the same values, and the flag is
-// set last. Accesses are atomic so that this is no data race; on this processor they are ordinary moves.
-static uint64_t __crc_table[256];
-static int32_t __crc_table_computed;
-
-namespace {
-
-constexpr uint64_t REFLECTED_POLYNOMIAL = 0xEDB88320;  // 0x04C11DB7 with its bits reversed
-
-constexpr uint64_t remainder_of_byte(uint64_t byte)
-{
-    uint64_t remainder = byte;
-    for (int bit = 0; bit < 8; ++bit)
-        remainder = (remainder & 1) != 0 ? (remainder >> 1) ^ REFLECTED_POLYNOMIAL : remainder >> 1;
-    return remainder;
-}
-
-bool is_table_built()
-{
-    return __atomic_load_n(&__crc_table_computed, __ATOMIC_ACQUIRE) != 0;
-}
-
-uint64_t table_entry(uint64_t index)
-{
-    return __atomic_load_n(&__crc_table[index], __ATOMIC_RELAXED);
-}
-
-}  // namespace
-
-void _ZR_make_crc_table(void)
-{
-    for (uint64_t byte = 0; byte < 256; ++byte)
-        __atomic_store_n(&__crc_table[byte], remainder_of_byte(byte), __ATOMIC_RELAXED);
-    __atomic_store_n(&__crc_table_computed, 1, __ATOMIC_RELEASE);
-}
-
-uint64_t ZR_util_CRC_calc(const void *data, uint64_t length)
-{
-    if (!is_table_built())
-        _ZR_make_crc_table();
-    if (length == 0)
-        return 0;
-    const BYTE *bytes = static_cast<const BYTE *>(data);
-    uint64_t remainder = 0xFFFFFFFF;
-    for (uint64_t i = 0; i < length; ++i)
-        remainder = (remainder >> 8) ^ table_entry((remainder ^ bytes[i]) & 0xFF);
-    return remainder ^ 0xFFFFFFFF;
-}
-
-// ---- MD5 (RFC 1321) ----------------------------------------------------------------------------------
 
 static const BYTE PADDING[64] = {0x80};
 
