@@ -2,6 +2,8 @@
 
 #include "foundation/util.h"
 
+#include <string.h>
+
 static_assert(offsetof(ZT_MD5_CONTEXT, bit_count) == 0 && offsetof(ZT_MD5_CONTEXT, state) == 8 &&
                   offsetof(ZT_MD5_CONTEXT, buffer) == 24 && offsetof(ZT_MD5_CONTEXT, digest) == 88 &&
                   sizeof(ZT_MD5_CONTEXT) == 104,
@@ -31,86 +33,111 @@ UINT rotate_left(UINT word, UINT count)
     return (word << count) | (word >> (32 - count));
 }
 
+// A block waits for the one before it, and each of its 64 steps for the step before it, whose result is x in
+// the functions below. All else is computed meanwhile, so the time is that of the operations between one x
+// and the next: 4.5 processor cycles a byte. Three things lengthen that chain or crowd the registers, and
+// empty statements that the compiler cannot look into keep it from them.
+
+// The same value, but computed first and not regrouped with what follows.
+UINT grouped(UINT value)
+{
+    __asm__("" : "+r"(value));
+    return value;
+}
+
+// Sixteen message words, once read, would be kept for the next round: on the stack, for want of registers.
+void read_words_anew()
+{
+    __asm__ volatile("" : : : "memory");
+}
+
+// The four additions at the end would become one of a vector, and the way there and back is long.
+void add_in_memory(UINT &value, UINT summand)
+{
+    value += summand;
+    __asm__("" : "+m"(value));
+}
+
 // A round of the algorithm: its boolean function, the order in which it takes the message words
-// (word_step * i + word_offset modulo 16), and its rotation counts.
+// (word_step * i + word_offset modulo 16), and its rotation counts. The two halves of the function in round G
+// never have a bit in common, so they are added to the sum one by one, and only x & z has to wait for x.
 struct round_f {
     static constexpr UINT word_step = 1, word_offset = 0;
     static constexpr UINT rotations[4] = {7, 12, 17, 22};
-    static UINT mix(UINT x, UINT y, UINT z) { return (x & y) | (~x & z); }
+    static UINT add_mix(UINT sum, UINT x, UINT y, UINT z) { return sum + (z ^ (x & (y ^ z))); }
 };
 struct round_g {
     static constexpr UINT word_step = 5, word_offset = 1;
     static constexpr UINT rotations[4] = {5, 9, 14, 20};
-    static UINT mix(UINT x, UINT y, UINT z) { return (x & z) | (y & ~z); }
+    static UINT add_mix(UINT sum, UINT x, UINT y, UINT z) { return grouped(sum + (y & ~z)) + (x & z); }
 };
 struct round_h {
     static constexpr UINT word_step = 3, word_offset = 5;
     static constexpr UINT rotations[4] = {4, 11, 16, 23};
-    static UINT mix(UINT x, UINT y, UINT z) { return x ^ y ^ z; }
+    static UINT add_mix(UINT sum, UINT x, UINT y, UINT z) { return sum + (x ^ grouped(y ^ z)); }
 };
 struct round_i {
     static constexpr UINT word_step = 7, word_offset = 0;
     static constexpr UINT rotations[4] = {6, 10, 15, 21};
-    static UINT mix(UINT x, UINT y, UINT z) { return y ^ (x | ~z); }
+    static UINT add_mix(UINT sum, UINT x, UINT y, UINT z) { return sum + (y ^ (x | ~z)); }
 };
 
+// The four that each block changes: A, B, C and D.
 struct chaining_values {
     UINT a, b, c, d;
 };
 
-// Sixteen steps. Each changes one chaining value; then the four change places.
-template <typename Round> void run_round(chaining_values &v, const UINT block[16], const UINT constants[16])
-{
-    for (UINT i = 0; i < 16; ++i) {
-        const UINT word = block[(Round::word_step * i + Round::word_offset) % 16];
-        const UINT sum = v.a + Round::mix(v.b, v.c, v.d) + word + constants[i];
-        const UINT stepped = v.b + rotate_left(sum, Round::rotations[i % 4]);
-        v = {v.d, stepped, v.b, v.c};
-    }
-}
-
-void store_little_endian(BYTE bytes[4], UINT word)
-{
-    for (int i = 0; i < 4; ++i)
-        bytes[i] = static_cast<BYTE>(word >> (8 * i));
-}
-
 UINT load_little_endian(const BYTE bytes[4])
 {
-    return bytes[0] | static_cast<UINT>(bytes[1]) << 8 | static_cast<UINT>(bytes[2]) << 16 |
-           static_cast<UINT>(bytes[3]) << 24;
+    UINT word;
+    memcpy(&word, bytes, sizeof word);  // the processor is little-endian
+    return word;
 }
 
-void load_words(UINT words[], const BYTE bytes[], uint64_t word_count)
+// Step i of a round. The values take turns: `a` is the one that changes.
+template <typename Round, UINT i>
+inline void run_step(UINT &a, UINT b, UINT c, UINT d, const BYTE block[], const UINT constants[])
 {
-    for (uint64_t i = 0; i < word_count; ++i)
-        words[i] = load_little_endian(bytes + 4 * i);
+    const UINT word = load_little_endian(block + 4 * ((Round::word_step * i + Round::word_offset) % 16));
+    a = b + rotate_left(Round::add_mix(grouped(a + constants[i] + word), b, c, d), Round::rotations[i % 4]);
 }
 
-UINT position_in_buffer(const ZT_MD5_CONTEXT *context)
+template <typename Round, UINT i>
+inline void run_four_steps(chaining_values &v, const BYTE block[], const UINT constants[])
 {
-    return (context->bit_count[0] >> 3) % BLOCK_BYTES;
+    run_step<Round, i>(v.a, v.b, v.c, v.d, block, constants);
+    run_step<Round, i + 1>(v.d, v.a, v.b, v.c, block, constants);
+    run_step<Round, i + 2>(v.c, v.d, v.a, v.b, block, constants);
+    run_step<Round, i + 3>(v.b, v.c, v.d, v.a, block, constants);
+}
+
+template <typename Round>
+inline void run_round(chaining_values &v, const BYTE block[], const UINT constants[])
+{
+    read_words_anew();
+    run_four_steps<Round, 0>(v, block, constants);
+    run_four_steps<Round, 4>(v, block, constants);
+    run_four_steps<Round, 8>(v, block, constants);
+    run_four_steps<Round, 12>(v, block, constants);
 }
 
 // Compress one block into the chaining values.
-void Transform(UINT state[4], const UINT block[16])
+void Transform(UINT state[4], const BYTE block[BLOCK_BYTES])
 {
     chaining_values v = {state[0], state[1], state[2], state[3]};
     run_round<round_f>(v, block, additive_constants);
     run_round<round_g>(v, block, additive_constants + 16);
     run_round<round_h>(v, block, additive_constants + 32);
     run_round<round_i>(v, block, additive_constants + 48);
-    state[0] += v.a;
-    state[1] += v.b;
-    state[2] += v.c;
-    state[3] += v.d;
+    add_in_memory(state[0], v.a);
+    add_in_memory(state[1], v.b);
+    add_in_memory(state[2], v.c);
+    add_in_memory(state[3], v.d);
 }
 
-void compress_buffer(ZT_MD5_CONTEXT *context)
+UINT position_in_buffer(const ZT_MD5_CONTEXT *context)
 {
-    UINT block[16];
-    load_words(block, context->buffer, 16);
-    Transform(context->state, block);
+    return (context->bit_count[0] >> 3) % BLOCK_BYTES;
 }
 
 void add_to_bit_count(ZT_MD5_CONTEXT *context, UINT byte_count)
@@ -119,6 +146,39 @@ void add_to_bit_count(ZT_MD5_CONTEXT *context, UINT byte_count)
     const UINT carry = low < context->bit_count[0];
     context->bit_count[0] = low;
     context->bit_count[1] += carry + (byte_count >> 29);
+}
+
+bool lies_in_record(const ZT_MD5_CONTEXT *context, const BYTE *bytes, UINT length)
+{
+    const uintptr_t record = reinterpret_cast<uintptr_t>(context);
+    const uintptr_t input = reinterpret_cast<uintptr_t>(bytes);
+    return input < record + sizeof *context && record < input + length;
+}
+
+// Each byte is read when its turn comes: it may be one that an earlier byte or block has just changed.
+void feed_byte_by_byte(ZT_MD5_CONTEXT *context, UINT position, const BYTE *bytes, UINT length)
+{
+    for (UINT i = 0; i < length; ++i) {
+        context->buffer[position++] = bytes[i];
+        if (position == BLOCK_BYTES) {
+            Transform(context->state, context->buffer);
+            position = 0;
+        }
+    }
+}
+
+void feed_in_pieces(ZT_MD5_CONTEXT *context, UINT position, const BYTE *bytes, UINT length)
+{
+    UINT vacant = BLOCK_BYTES - position;
+    while (length >= vacant) {
+        memcpy(context->buffer + position, bytes, vacant);
+        Transform(context->state, context->buffer);
+        bytes += vacant;
+        length -= vacant;
+        position = 0;
+        vacant = BLOCK_BYTES;
+    }
+    memcpy(context->buffer + position, bytes, length);
 }
 
 }  // namespace
@@ -133,20 +193,19 @@ void MD5Init(ZT_MD5_CONTEXT *context)
     context->state[3] = 0x10325476;
 }
 
-// All input passes through the record's buffer byte by byte, so the buffer always holds the last bytes fed
-// and input may lie in the record itself. A block is compressed as soon as it is full, even by the last byte.
+// All input passes through the record's buffer, which so always holds the last bytes fed, and input may lie
+// in the record itself. A block is compressed as soon as it is full, even by the last byte.
 void MD5Update(ZT_MD5_CONTEXT *context, const void *input, UINT length)
 {
     const BYTE *bytes = static_cast<const BYTE *>(input);
-    UINT position = position_in_buffer(context);
+    const UINT position = position_in_buffer(context);
     add_to_bit_count(context, length);
-    for (UINT i = 0; i < length; ++i) {
-        context->buffer[position++] = bytes[i];
-        if (position == BLOCK_BYTES) {
-            compress_buffer(context);
-            position = 0;
-        }
-    }
+    if (length == 0)
+        return;
+    if (lies_in_record(context, bytes, length))
+        feed_byte_by_byte(context, position, bytes, length);
+    else
+        feed_in_pieces(context, position, bytes, length);
 }
 
 void MD5Final(ZT_MD5_CONTEXT *context)
@@ -157,12 +216,13 @@ void MD5Final(ZT_MD5_CONTEXT *context)
     const UINT padding_bytes = (position < LENGTH_POSITION ? 0 : BLOCK_BYTES) + LENGTH_POSITION - position;
     MD5Update(context, PADDING, padding_bytes);
 
-    UINT block[16];
-    load_words(block, context->buffer, LENGTH_POSITION / 4);
-    block[14] = message_bits[0];
-    block[15] = message_bits[1];
-    Transform(context->state, block);
+    // The length stands in the buffer for this one block; what was there comes back.
+    BYTE *const length_in_block = context->buffer + LENGTH_POSITION;
+    BYTE kept[sizeof message_bits];
+    memcpy(kept, length_in_block, sizeof kept);
+    memcpy(length_in_block, message_bits, sizeof message_bits);
+    Transform(context->state, context->buffer);
+    memcpy(length_in_block, kept, sizeof kept);
 
-    for (uint64_t i = 0; i < 4; ++i)
-        store_little_endian(context->digest + 4 * i, context->state[i]);
+    memcpy(context->digest, context->state, sizeof context->digest);
 }

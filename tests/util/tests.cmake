@@ -14,6 +14,7 @@ qv_add_test(checksums_test
     util/checksums_crc_table_test.cpp
     util/checksums_md5_test.cpp
     util/checksums_md5_count_test.cpp
+    util/checksums_md5_overlap_test.cpp
     util/checksums_md5_record_test.cpp
     LIBRARIES OpenSSL::Crypto ZLIB::ZLIB)
 
