@@ -5,6 +5,7 @@
 #include "foundation/os.h"
 #include "foundation/util.h"
 
+#include <emmintrin.h>
 #include <math.h>
 #include <string.h>
 
@@ -90,14 +91,43 @@ void store_axes(uint64_t *x, uint64_t *y, uint64_t x_value, uint64_t y_value)
 
 // ---- Case
 
-// Add `offset` to every byte from `first` to `last`. The length is a signed 32-bit count: a text whose
+// Turn over bit 0x20, in which the two cases of a letter differ, of every byte from `first` to `last`. One
+// unsigned comparison covers both ends.
+BYTE with_case_changed(BYTE byte, BYTE first, BYTE last)
+{
+    const bool is_in_range = static_cast<BYTE>(byte - first) <= last - first;
+    return static_cast<BYTE>(byte ^ (is_in_range ? 0x20 : 0));
+}
+
+__m128i with_case_changed(__m128i bytes, BYTE first, BYTE last)
+{
+    const __m128i beyond_first = _mm_sub_epi8(bytes, _mm_set1_epi8(static_cast<CHAR>(first)));
+    const __m128i width = _mm_set1_epi8(static_cast<CHAR>(last - first));
+    const __m128i is_in_range = _mm_cmpeq_epi8(_mm_min_epu8(beyond_first, width), beyond_first);
+    return _mm_xor_si128(bytes, _mm_and_si128(is_in_range, _mm_set1_epi8(0x20)));
+}
+
+__m128i *sixteen_at(CHAR *text)
+{
+    return reinterpret_cast<__m128i *>(text);
+}
+
+// Change the case of every letter from `first` to `last`. The length is a signed 32-bit count: a text whose
 // length comes out below 1 is left alone.
-CHAR *shift_letters(CHAR *text, CHAR first, CHAR last, int offset)
+CHAR *change_case(CHAR *text, BYTE first, BYTE last)
 {
     const INT length = static_cast<INT>(strlen(text));
-    for (INT i = 0; i < length; ++i)
-        if (text[i] >= first && text[i] <= last)
-            text[i] = static_cast<CHAR>(text[i] + offset);
+    if (length < 16) {
+        for (INT i = 0; i < length; ++i)
+            text[i] = static_cast<CHAR>(with_case_changed(static_cast<BYTE>(text[i]), first, last));
+        return text;
+    }
+    // The last sixteen bytes may overlap those before them, so they are read before those are written.
+    const __m128i final_sixteen = _mm_loadu_si128(sixteen_at(text + length - 16));
+    for (INT i = 0; i < length - 16; i += 16)
+        _mm_storeu_si128(sixteen_at(text + i),
+                         with_case_changed(_mm_loadu_si128(sixteen_at(text + i)), first, last));
+    _mm_storeu_si128(sixteen_at(text + length - 16), with_case_changed(final_sixteen, first, last));
     return text;
 }
 
@@ -169,10 +199,10 @@ INT Bsu_double_to_string(INT precision, CHAR *buffer, double value)
 
 CHAR *Bsu_strlwr(CHAR *text)
 {
-    return shift_letters(text, 'A', 'Z', 'a' - 'A');
+    return change_case(text, 'A', 'Z');
 }
 
 CHAR *Bsu_strupr(CHAR *text)
 {
-    return shift_letters(text, 'a', 'z', 'A' - 'a');
+    return change_case(text, 'a', 'z');
 }

@@ -6,6 +6,7 @@ qv_add_test(conversions_test
     util/conversions_build_date_test.cpp
     util/conversions_byte_order_test.cpp
     util/conversions_case_test.cpp
+    util/conversions_case_places_test.cpp
     util/conversions_fixed_point_test.cpp
     util/conversions_resolution_test.cpp
     util/conversions_threads_test.cpp)
