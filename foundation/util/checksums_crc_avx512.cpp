@@ -93,8 +93,13 @@ QV_AVX512_INLINE __m128i fold_to_16_bytes(__m512i sum)
 
 QV_AVX512 uint64_t calculate_by_avx512(const BYTE *bytes, uint64_t length)
 {
-    if (length < BLOCK_BYTES)
+    if (length < BLOCK_BYTES) {
+        // That kernel has instructions of the old encoding. Those keep the upper parts of the registers,
+        // which makes each wait for an earlier one as long as a caller's own wide arithmetic has left
+        // something there.
+        _mm256_zeroupper();
         return calculate_by_pclmul(bytes, length);
+    }
     const __m512i over_one = multipliers_for(over<BLOCK_BYTES>);
 
     __m512i sum = load_first_64_bytes(bytes, CRC_INITIAL);
