@@ -44,11 +44,10 @@ QV_AVX512_INLINE __m512i load_64_bytes(const BYTE *bytes)
     return _mm512_loadu_si512(bytes);
 }
 
-// The initial value, or what is left of it, in front of a block's bytes.
-QV_AVX512_INLINE __m512i load_first_64_bytes(const BYTE *bytes, UINT initial)
+// The initial value, or what is left of it, added to a block's first bytes.
+QV_AVX512_INLINE __m512i with_initial(__m512i block, UINT initial)
 {
-    return _mm512_xor_si512(load_64_bytes(bytes),
-                            _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(initial))));
+    return _mm512_xor_si512(block, _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(initial))));
 }
 
 QV_AVX512_INLINE __m512i multipliers_for(const fold_multipliers &distance)
@@ -89,10 +88,29 @@ QV_AVX512_INLINE __m128i fold_to_16_bytes(__m512i sum)
     return _mm_xor_si128(_mm256_castsi256_si128(halves), _mm256_extracti128_si256(halves, 1));
 }
 
+// Whether a whole block could be read: then the reading under a mask is fast. Where it reaches into a page
+// that is not there, it is right too, but takes fifty times as long.
+bool is_block_within_page(const BYTE *bytes)
+{
+    constexpr uintptr_t page_bytes = 4096;
+    return reinterpret_cast<uintptr_t>(bytes) % page_bytes <= page_bytes - BLOCK_BYTES;
+}
+
+// For 16 to 63 bytes: what the mask leaves out is not read.
+QV_AVX512_INLINE uint64_t crc_of_part_of_block(const BYTE *bytes, uint64_t length)
+{
+    const __m512i block = _mm512_maskz_loadu_epi8((UINT64_C(1) << length) - 1, bytes);
+    return crc_of_16_bytes(fold_to_16_bytes(behind_zeros(with_initial(block, CRC_INITIAL), length)));
+}
+
 }  // namespace
 
 QV_AVX512 uint64_t calculate_by_avx512(const BYTE *bytes, uint64_t length)
 {
+    if (length < 16)
+        return calculate_by_table(bytes, length);
+    if (length < BLOCK_BYTES && is_block_within_page(bytes))
+        return crc_of_part_of_block(bytes, length);
     if (length < BLOCK_BYTES) {
         // That kernel has instructions of the old encoding. Those keep the upper parts of the registers,
         // which makes each wait for an earlier one as long as a caller's own wide arithmetic has left
@@ -102,12 +120,12 @@ QV_AVX512 uint64_t calculate_by_avx512(const BYTE *bytes, uint64_t length)
     }
     const __m512i over_one = multipliers_for(over<BLOCK_BYTES>);
 
-    __m512i sum = load_first_64_bytes(bytes, CRC_INITIAL);
+    __m512i sum = with_initial(load_64_bytes(bytes), CRC_INITIAL);
     const uint64_t uneven = length % BLOCK_BYTES;
     if (uneven != 0) {
         const __m512i front = behind_zeros(sum, uneven);
         bytes += uneven;
-        sum = fold_64_bytes(front, load_first_64_bytes(bytes, initial_behind(uneven)), over_one);
+        sum = fold_64_bytes(front, with_initial(load_64_bytes(bytes), initial_behind(uneven)), over_one);
     }
     const BYTE *const end = bytes + (length - uneven);
     bytes += BLOCK_BYTES;
