@@ -1,6 +1,7 @@
 // CRC-32 beside ISA-L, libdeflate and zlib; MD5 beside libcrypto, libmd and GLib.
 
 #include "bench.h"
+#include "library_copy.h"
 
 #include "foundation/util.h"
 
@@ -20,7 +21,6 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <filesystem>
 #include <random>
 #include <string>
 
@@ -93,34 +93,14 @@ void read_buffer(benchmark::State &state, size_t count)
     }
 }
 
-// A copy of a library's file: loaded, used and unloaded, it is new each time.
-class library_file {
-public:
-    library_file(void *function, const char *name)
-    {
-        Dl_info facts = {};
-        dladdr(function, &facts);
-        path_ = std::filesystem::temp_directory_path() / (std::to_string(getpid()) + name);
-        std::filesystem::copy_file(facts.dli_fname, path_, std::filesystem::copy_options::overwrite_existing);
-    }
-    ~library_file() { std::filesystem::remove(path_); }
-    library_file(const library_file &) = delete;
-    library_file &operator=(const library_file &) = delete;
-
-    const char *path() const { return path_.c_str(); }
-
-private:
-    std::filesystem::path path_;
-};
-
 // The time of the first call after loading. The code's page is read before: to map it costs the same in every
 // library and for every function.
 template <typename Call, typename... Arguments>
 void first_call(benchmark::State &state, const char *name, Call &function, Arguments... arguments)
 {
-    const library_file file(reinterpret_cast<void *>(&function), name);
     for (auto _ : state) {
-        void *library = dlopen(file.path(), RTLD_NOW | RTLD_LOCAL);
+        const bench::library_copy copy(bench::file_of(reinterpret_cast<void *>(&function)));
+        void *library = dlopen(copy.path(), RTLD_NOW | RTLD_LOCAL);
         const auto call = reinterpret_cast<Call *>(dlsym(library, name));
         benchmark::DoNotOptimize(*reinterpret_cast<const volatile BYTE *>(call));
         const auto begin = std::chrono::steady_clock::now();
@@ -145,7 +125,7 @@ void register_first_crc()
         benchmark::RegisterBenchmark(bench::row("Crc32First", who, static_cast<long long>(count)).c_str(),
                                      run)
             ->UseManualTime()
-            ->Iterations(100);
+            ->Iterations(10);
     };
     for (const size_t count : {16, 4096}) {
         add("ours", count, [count](benchmark::State &state) {
