@@ -4,19 +4,14 @@
 
 #include "foundation/util.h"
 
-// All state stands in .data although it begins as zero: on the page in which .bss begins, whose rest the
-// loader fills with zeros. A page of .bss would have to be mapped at first touch, and that takes ten times as
-// long as to build the table.
-#define QV_BESIDE_WHAT_THE_LOADER_WRITES [[gnu::section(".data")]]
-
 // Entry n is what remains of the byte n after division by the polynomial; the upper 32 bits are zero.
 // Threads that meet an unbuilt table may build it together: all store the same values, and the flag is
 // set last. Accesses are atomic so that this is no data race; on this processor they are ordinary moves.
-QV_BESIDE_WHAT_THE_LOADER_WRITES static uint64_t __crc_table[256];
-QV_BESIDE_WHAT_THE_LOADER_WRITES static int32_t __crc_table_computed;
+static uint64_t __crc_table[256];
+static int32_t __crc_table_computed;
 
 // Null until a calculation has chosen; then the table is built too. All threads choose the same.
-QV_BESIDE_WHAT_THE_LOADER_WRITES static const crc_kernel *chosen_kernel;
+static const crc_kernel *chosen_kernel;
 
 namespace {
 
@@ -79,16 +74,12 @@ const crc_kernel *find_kernel()
     return kernel;
 }
 
-// The very first calculation, if short, does not ask for the processor's abilities: under a hypervisor that
-// takes some microseconds, and there may never be a second one.
-[[gnu::noinline, gnu::cold]] uint64_t calculate_before_choice(const BYTE *bytes, uint64_t length)
+// The first calculation builds the table, unless that is done, and asks for the processor's abilities, which
+// takes some microseconds under a hypervisor. No later one writes anything.
+[[gnu::noinline, gnu::cold]] uint64_t calculate_first(const BYTE *bytes, uint64_t length)
 {
-    constexpr uint64_t worth_asking = 1024;
-    if (!is_table_built()) {
+    if (!is_table_built())
         _ZR_make_crc_table();
-        if (length < worth_asking)
-            return calculate_by_table(bytes, length);
-    }
     const crc_kernel *kernel = find_kernel();
     __atomic_store_n(&chosen_kernel, kernel, __ATOMIC_RELEASE);
     return kernel->calculate(bytes, length);
@@ -108,6 +99,6 @@ uint64_t ZR_util_CRC_calc(const void *data, uint64_t length)
     const BYTE *bytes = static_cast<const BYTE *>(data);
     const crc_kernel *kernel = __atomic_load_n(&chosen_kernel, __ATOMIC_ACQUIRE);
     if (kernel == nullptr)
-        return calculate_before_choice(bytes, length);
+        return calculate_first(bytes, length);
     return kernel->calculate(bytes, length);
 }

@@ -107,7 +107,7 @@ TEST(CrcTable, IsNotBuiltASecondTime)
     const library_copy fresh;
     const auto calculate = fresh.find("ZR_util_CRC_calc", ZR_util_CRC_calc);
     const std::vector<BYTE> bytes = patterned_bytes(5000);
-    EXPECT_EQ(calculate(bytes.data(), bytes.size()), expected_crc(bytes.data(), bytes.size()));
+    EXPECT_EQ(calculate(bytes.data(), 1), expected_crc(bytes.data(), 1));
     expect_passes_in_child([&] {
         ASSERT_GT(make_data_read_only(reinterpret_cast<const void *>(calculate)), 0u);
         for (const size_t length : {0, 1, 9, 64, 1000, 5000})
