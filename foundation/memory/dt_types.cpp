@@ -2,6 +2,9 @@
 
 #include "dt_types.h"
 
+#include "dt_types_blocks.h"
+#include "dt_types_records.h"
+
 #include <stdlib.h>
 #include <string.h>
 
@@ -40,13 +43,18 @@ ZT_MEMM_TAG_RECORD *bucket_of(uint64_t tag)
     return &heap.buckets[tag % ZR_MEMM_BUCKET_COUNT];
 }
 
-// Tag 0 finds a vacant record of the table: its blocks are recorded there without claiming the record.
-ZT_MEMM_TAG_RECORD *find_record(uint64_t tag)
+record_note *note_of_head(uint64_t tag)
 {
-    ZT_MEMM_TAG_RECORD *record = bucket_of(tag);
-    while (record != nullptr && record->tag != tag)
-        record = record->next;
-    return record;
+    return &notes_of_heads[tag % ZR_MEMM_BUCKET_COUNT];
+}
+
+// Tag 0 finds a vacant record of the table: its blocks are recorded there without claiming the record.
+noted_record find_record(uint64_t tag)
+{
+    ZT_MEMM_TAG_RECORD *head = bucket_of(tag);
+    if (head->tag == tag)
+        return {head, note_of_head(tag)};
+    return find_chained_record(head, tag);
 }
 
 // The first element of either chain is embedded in its owner; all others are heap blocks.
@@ -79,112 +87,141 @@ template <typename Record> Record *allocate_zeroed()
 }
 
 // A record for a tag that has none, or null when it cannot be had. A vacant record of the table is claimed
-// first and keeps its place at the head of the chain. Zeroing its node is what discards tag 0's blocks.
-ZT_MEMM_TAG_RECORD *create_record(uint64_t tag)
+// first and keeps its place at the head of the chain. Its node is empty, but for the blocks of tag 0, which
+// are in the first bucket's: zeroing that one is what discards them.
+[[gnu::noinline]] noted_record create_record(uint64_t tag)
 {
     ZT_MEMM_TAG_RECORD *head = bucket_of(tag);
     if (head->tag == 0) {
+        if (head == bucket_of(0)) {
+            drop_note(note_of_head(0));
+            head->first_node = {};
+        }
         head->tag = tag;
-        head->first_node = {};
-        return head;
+        return {head, note_of_head(tag)};
     }
     auto *record = allocate_zeroed<ZT_MEMM_TAG_RECORD>();
     if (record == nullptr)
-        return nullptr;
+        return {nullptr, nullptr};
     record->tag = tag;
     link_in_second_place(head, record);
-    return record;
+    return {record, add_chained_record(record)};
 }
 
-// The end of a record without blocks. A record of the table turns vacant and stays the head of its chain.
-void remove_record(ZT_MEMM_TAG_RECORD *record)
+// The end of a record whose node is all zero. A record of the table turns vacant and stays the head of its
+// chain.
+void remove_record(noted_record noted)
 {
-    if (!is_embedded(*record)) {
-        unlink_and_release(record);
+    drop_note(noted.note);
+    if (is_embedded(*noted.record)) {
+        noted.record->tag = 0;
         return;
     }
-    record->tag = 0;
-    record->first_node = {};
+    remove_chained_record(noted.record);
+    unlink_and_release(noted.record);
 }
 
 // ---- Nodes and slots
 
-struct slot_position {
-    ZT_MEMM_NODE *node;
-    ZT_MEMM_SLOT *slot;  // null when nothing was found
-};
-
 // The first slot that holds `block`. A null block finds the first vacant slot.
-slot_position find_slot(ZT_MEMM_TAG_RECORD *record, LPVOID block)
+slot_position find_slot(noted_record noted, LPVOID block)
 {
-    for (ZT_MEMM_NODE *node = &record->first_node; node != nullptr; node = node->next)
-        for (ZT_MEMM_SLOT &slot : node->slots)
-            if (slot.block == block)
-                return {node, &slot};
-    return {nullptr, nullptr};
+    record_note *note = noted.note;
+    if (note->owner == 0 && is_due_to_become_long(*note))
+        become_long_owner(noted.record, note);
+    if (note->owner != 0)
+        return find_slot_of_long_owner(note->owner, block);
+
+    uint32_t examined = 0;
+    uint32_t place = NO_PLACE;
+    slot_position found = {};
+    for (ZT_MEMM_NODE *node = &noted.record->first_node; node != nullptr; node = node->next) {
+        if (node == note->full_from)
+            place = BEHIND_FULL_FROM;
+        const uint32_t i = index_of_block(*node, block);
+        if (i < ZR_MEMM_NODE_SLOTS) {
+            found = slot_at(node, i, place);
+            break;
+        }
+        ++examined;
+    }
+    count_lookup(note, examined);
+    return found;
 }
 
-// The slot for one more block, its node's count already raised, or null when a node is needed and cannot
-// be had. A count of 13 or more skips the node unseen. A lower one may be wrong, for callers that
-// disassociate null make it so, hence all slots are examined, and the next node is looked at if none is
-// vacant.
-ZT_MEMM_SLOT *take_vacant_slot(ZT_MEMM_TAG_RECORD *record)
+slot_position first_vacant_slot(noted_record noted)
 {
-    for (ZT_MEMM_NODE *node = &record->first_node; node != nullptr; node = node->next) {
-        if (node->count >= ZR_MEMM_NODE_SLOTS)
-            continue;
-        for (ZT_MEMM_SLOT &slot : node->slots) {
-            if (slot.block == nullptr) {
-                ++node->count;
-                return &slot;
-            }
-        }
+    if (noted.note->owner != 0)
+        return first_vacant_slot_of_long_owner(noted.note->owner);
+    for (ZT_MEMM_NODE *node = &noted.record->first_node; node != noted.note->full_from; node = node->next) {
+        const uint32_t i = vacant_slot_of(*node);
+        if (i < ZR_MEMM_NODE_SLOTS)
+            return slot_at(node, i, NO_PLACE);
     }
+    return {};
+}
+
+// A new node in second place, when no other one offers a slot.
+[[gnu::noinline]] slot_position add_node_to_record(noted_record noted)
+{
     auto *added = allocate_zeroed<ZT_MEMM_NODE>();
     if (added == nullptr)
-        return nullptr;
-    added->count = 1;
-    link_in_second_place(&record->first_node, added);
-    return &added->slots[0];
+        return {};
+    link_in_second_place(&noted.record->first_node, added);
+    const uint32_t place = note_added_node(noted.note, added);
+    return slot_at(added, 0, place);
 }
 
 // Record a block under a tag; false, and nothing changed, when the bookkeeping cannot be had. A record
 // created here has a vacant slot of its own, so a failure for want of a node never leaves a new record.
 bool record_block(uint64_t tag, LPVOID block, uint64_t size)
 {
-    ZT_MEMM_TAG_RECORD *record = find_record(tag);
-    if (record == nullptr)
-        record = create_record(tag);
-    if (record == nullptr)
+    noted_record noted = find_record(tag);
+    if (noted.record == nullptr)
+        noted = create_record(tag);
+    if (noted.record == nullptr)
         return false;
-    ZT_MEMM_SLOT *slot = take_vacant_slot(record);
-    if (slot == nullptr)
+    slot_position position = first_vacant_slot(noted);
+    if (position.node == nullptr)
+        position = add_node_to_record(noted);
+    if (position.node == nullptr)
         return false;
-    *slot = {ZR_MEMM_FLAG_RECORDED, size, block};
+    ++position.node->count;
+    position.slot() = {ZR_MEMM_FLAG_RECORDED, size, block};
+    note_occupied_slot(noted.note, position);
     return true;
+}
+
+// Vacant slots are all zero already, and nearly always all of them are vacant.
+void clear_slots(ZT_MEMM_NODE *node)
+{
+    for (ZT_MEMM_SLOT &slot : node->slots)
+        if (slot.block != nullptr)
+            slot = {};
 }
 
 // A record goes only when its inline node empties while no other node follows. If the inline node empties
 // first, the record stays until a later block of that node or the whole tag is released: until then a
 // release of the tag reports 0 blocks rather than an unknown tag.
-void retire_node_if_empty(ZT_MEMM_TAG_RECORD *record, ZT_MEMM_NODE *node)
+[[gnu::noinline]] void retire_empty_node(noted_record noted, slot_position position)
 {
-    if (node->count != 0)
-        return;
+    ZT_MEMM_NODE *node = position.node;
+    note_empty_node(noted.note, position);
     if (!is_embedded(*node)) {
         unlink_and_release(node);
         return;
     }
-    memset(node->slots, 0, sizeof node->slots);
+    clear_slots(node);
     if (node->next == nullptr)
-        remove_record(record);
+        remove_record(noted);
 }
 
-void clear_slot(ZT_MEMM_TAG_RECORD *record, slot_position position)
+void clear_slot(noted_record noted, slot_position position)
 {
-    *position.slot = {};
-    --position.node->count;
-    retire_node_if_empty(record, position.node);
+    note_vacated_slot(noted.note, position);
+    position.slot() = {};
+    if (--position.node->count == 0)
+        retire_empty_node(noted, position);
 }
 
 // ---- Releasing many blocks
@@ -201,30 +238,39 @@ LONG release_blocks_of_node(const ZT_MEMM_NODE &node)
     return released;
 }
 
-// Release all blocks of a record, and each node on the heap once its blocks are gone. The inline node is
-// left as it was: the caller removes or resets the record.
+// Release all blocks of a record, and each node on the heap once its blocks are gone. The inline node is all
+// zero then.
 LONG release_blocks_of_record(ZT_MEMM_TAG_RECORD *record)
 {
-    LONG released = release_blocks_of_node(record->first_node);
-    for (ZT_MEMM_NODE *node = record->first_node.next; node != nullptr;) {
+    ZT_MEMM_NODE *first = &record->first_node;
+    LONG released = release_blocks_of_node(*first);
+    for (ZT_MEMM_NODE *node = first->next; node != nullptr;) {
         released += release_blocks_of_node(*node);
         ZT_MEMM_NODE *next = node->next;
         free(node);
         node = next;
     }
+    clear_slots(first);
+    first->count = 0;
+    first->next = nullptr;
     return released;
 }
 
 LONG release_bucket(ZT_MEMM_TAG_RECORD *head)
 {
+    drop_note(note_of_head(static_cast<uint64_t>(head - heap.buckets)));
     LONG released = release_blocks_of_record(head);
     for (ZT_MEMM_TAG_RECORD *record = head->next; record != nullptr;) {
+        if (record_note *note = note_kept_for(record))
+            drop_note(note);
         released += release_blocks_of_record(record);
         ZT_MEMM_TAG_RECORD *next = record->next;
+        remove_chained_record(record);
         free(record);
         record = next;
     }
-    *head = {};
+    head->tag = 0;
+    head->next = nullptr;
     return released;
 }
 
@@ -262,27 +308,27 @@ LPVOID ZR_memm_free(uint64_t tag, LPVOID block, const CHAR *, INT)
 {
     if (block == nullptr)
         return nullptr;
-    ZT_MEMM_TAG_RECORD *record = find_record(tag);
-    if (record == nullptr)
+    const noted_record noted = find_record(tag);
+    if (noted.record == nullptr)
         return block;
-    const slot_position position = find_slot(record, block);
-    if (position.slot == nullptr)
+    const slot_position position = find_slot(noted, block);
+    if (position.node == nullptr)
         return block;
     free(block);
-    clear_slot(record, position);
+    clear_slot(noted, position);
     return nullptr;
 }
 
 LPVOID ZR_memm_realloc(uint64_t tag, LPVOID block, uint64_t size, const CHAR *file, INT line)
 {
-    ZT_MEMM_TAG_RECORD *record = find_record(tag);
-    if (record == nullptr)
+    const noted_record noted = find_record(tag);
+    if (noted.record == nullptr)
         return nullptr;
-    const ZT_MEMM_SLOT *slot = find_slot(record, block).slot;
-    if (slot == nullptr)
+    const slot_position position = find_slot(noted, block);
+    if (position.node == nullptr)
         return nullptr;
     // Read before the allocation: a null block has found a vacant slot, which the new block may take.
-    const uint64_t recorded_size = slot->size;
+    const uint64_t recorded_size = position.slot().size;
 
     LPVOID moved = ZR_memm_alloc(tag, size, file, line);
     if (moved == nullptr) {
@@ -299,35 +345,36 @@ LPVOID ZR_memm_realloc(uint64_t tag, LPVOID block, uint64_t size, const CHAR *fi
 
 LPVOID ZR_memm_disassociate(uint64_t tag, LPVOID block)
 {
-    ZT_MEMM_TAG_RECORD *record = find_record(tag);
-    if (record == nullptr)
+    const noted_record noted = find_record(tag);
+    if (noted.record == nullptr)
         return block;
-    const slot_position position = find_slot(record, block);
-    if (position.slot == nullptr)
+    const slot_position position = find_slot(noted, block);
+    if (position.node == nullptr)
         return block;
     // A null block gets here with a vacant slot and leaves its node's count one too low. A caller that passes
     // one may later see the node go while a block is still recorded in it.
-    clear_slot(record, position);
+    clear_slot(noted, position);
     return nullptr;
 }
 
 LONG ZR_memm_free_all(uint64_t tag)
 {
-    ZT_MEMM_TAG_RECORD *record = find_record(tag);
-    if (record == nullptr)
+    const noted_record noted = find_record(tag);
+    if (noted.record == nullptr)
         return -1;
-    const LONG released = release_blocks_of_record(record);
-    remove_record(record);
+    drop_note(noted.note);
+    const LONG released = release_blocks_of_record(noted.record);
+    remove_record(noted);
     return released;
 }
 
 uint64_t ZR_memm_flags(uint64_t tag, LPVOID block)
 {
-    ZT_MEMM_TAG_RECORD *record = find_record(tag);
-    if (record == nullptr)
+    const noted_record noted = find_record(tag);
+    if (noted.record == nullptr)
         return 0;
-    const ZT_MEMM_SLOT *slot = find_slot(record, block).slot;
-    return slot != nullptr ? slot->flags : 0;
+    const slot_position position = find_slot(noted, block);
+    return position.node != nullptr ? position.slot().flags : 0;
 }
 
 LONG ZR_memm_cleanup(void)

@@ -28,3 +28,9 @@ qv_add_test(dt_types_array_test
     memory/dt_types_array_wide_test.cpp
     LIBRARIES memory_test_support)
 qv_add_test(dt_types_array_model_test memory/dt_types_array_model_test.cpp LIBRARIES memory_test_support)
+
+# The manager beside its model, with the unit compiled in: tables as installed, and tiny ones.
+foreach(size installed tiny)
+    qv_add_test(dt_types_lookaside_${size}_test memory/dt_types_lookaside_test.cpp ONE_PROCESS)
+endforeach()
+target_compile_definitions(dt_types_lookaside_tiny_test PRIVATE QV_TINY_LOOKASIDE)

@@ -1,0 +1,109 @@
+// The memory manager beside its model, call by call: results, heap calls, and now and then the whole table.
+// The unit is compiled into this program, once with tables as they are installed and once with tiny ones
+// (QV_TINY_LOOKASIDE), where every cell is shared, every line overflows and every stock runs out.
+//
+// QV_STORM_CALLS and QV_STORM_SEED lengthen and vary the storms.
+
+#include "memory/lookaside_storm.h"
+
+namespace {
+
+TEST(Lookaside, CallersSeeWhatTheModelSays)
+{
+    storm weathered({400000, 1200, 0, 0, 0, 977});
+    weathered.run();
+    EXPECT_TRUE(weathered.seen.is_long_owner);
+    EXPECT_TRUE(weathered.seen.is_inline_of_long_owner_vacant);
+    EXPECT_TRUE(weathered.seen.is_full_from);
+    if (!IS_TINY)
+        return;
+    EXPECT_EQ(weathered.seen.most_runs, RUN_COUNT - 1);
+    EXPECT_TRUE(weathered.seen.is_entry_away);
+    EXPECT_TRUE(weathered.seen.is_entry_lost);
+    EXPECT_TRUE(weathered.seen.is_owner_refused);
+    EXPECT_TRUE(weathered.seen.is_cell_shared);
+}
+
+TEST(Lookaside, CallersSeeTheSameWhenItIsEmptiedNowAndThen)
+{
+    storm({200000, 600, 50, 0, 0, 977}).run();
+}
+
+TEST(Lookaside, CallersSeeTheSameWhenItIsEmptiedBeforeEachCall)
+{
+    const unsigned calls = IS_TINY ? 200000 : 2000;  // emptying tables of full size takes its time
+    storm({calls, 300, 1, 20, 10, 977}).run();
+}
+
+TEST(Lookaside, CallersSeeTheSameWhenTheHeapRefuses)
+{
+    storm({200000, 600, 0, 10, 0, 977}).run();
+}
+
+TEST(Lookaside, CallersSeeTheSameWhenCountsAreWrong)
+{
+    storm({400000, 600, 0, 40, 2, 977}).run();
+}
+
+TEST(Lookaside, EveryEquationHoldsAfterEveryCall)
+{
+    const unsigned calls = IS_TINY ? 30000 : 2000;
+    storm({calls, 300, 300, 30, 4, 1}).run();
+}
+
+// Null, disassociated again and again, takes the inline node's count from 0 to below. That node then counts
+// as full although it is empty, also for an owner whose vacancies are remembered.
+TEST(Lookaside, AnInlineNodeWhoseCountFellBelowZeroOffersNoSlot)
+{
+    constexpr uint64_t TAG = 3;
+    constexpr size_t BLOCKS = 13 + 13 * 8;
+    logged_heap own_heap;
+    heap_in_use = &own_heap;
+    std::vector<LPVOID> blocks(BLOCKS);
+    for (LPVOID &block : blocks)
+        block = ZR_memm_alloc(TAG, 16, "test", 1);
+    for (size_t i = 0; i < LONG_LOOKUPS; ++i)
+        ASSERT_EQ(ZR_memm_flags(TAG, blocks[13]), ZR_MEMM_FLAG_RECORDED);  // in the chain's last node
+    if (!IS_TINY) {
+        ASSERT_NE(notes_of_heads[TAG].owner, 0) << "the owner was to become a long one";
+    }
+    for (size_t i = 0; i < 13; ++i)
+        ASSERT_EQ(ZR_memm_free(TAG, blocks[i], "test", 1), nullptr);
+    ASSERT_EQ(ZR_memm_disassociate(TAG, nullptr), nullptr);
+
+    own_heap.log.clear();
+    ZR_memm_alloc(TAG, 16, "test", 1);
+    ASSERT_EQ(own_heap.log.size(), 2U) << "a block and a node";
+    EXPECT_EQ(own_heap.log[1].kind, logged_call::CALLOC);
+    EXPECT_STREQ(violated_equation(true), nullptr);
+
+    EXPECT_EQ(ZR_memm_free_all(TAG), static_cast<LONG>(BLOCKS - 13 + 1));
+    EXPECT_STREQ(violated_equation(false), nullptr);
+    heap_in_use = nullptr;
+}
+
+// What releases everything leaves nothing behind that would have to be cleaned up once more.
+TEST(Lookaside, CleanupLeavesNothingRemembered)
+{
+    logged_heap own_heap;
+    heap_in_use = &own_heap;
+    for (uint64_t tag = 1; tag < 100; ++tag)
+        for (int i = 0; i < 60; ++i)
+            ZR_memm_alloc(tag, 16, "test", 1);
+    LPVOID stranger = own_heap.take(16);
+    for (uint64_t tag = 1; tag < 100; ++tag)
+        for (int i = 0; i < LONG_LOOKUPS; ++i)
+            ASSERT_EQ(ZR_memm_flags(tag, stranger), 0U);
+    ASSERT_NE(runs_in_use, 0U) << "there were to be long owners";
+    ASSERT_EQ(ZR_memm_cleanup(), 99 * 60);
+
+    EXPECT_EQ(runs_in_use, 0U);
+    for (const record_note &cell : cells)
+        EXPECT_TRUE(cell.chained == 0 && cell.record == nullptr && cell.owner == 0);
+    for (const block_line &line : lines)
+        EXPECT_EQ(line.counts, 0U);
+    EXPECT_STREQ(violated_equation(false), nullptr);
+    heap_in_use = nullptr;
+}
+
+}  // namespace
