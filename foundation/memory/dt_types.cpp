@@ -506,6 +506,26 @@ bool insert_by_rebuild(ZT_ARRAY_PTR *array, uint64_t index, LPVOID element)
     return true;
 }
 
+// Adding where an append to free slots will not do. Out of line, so that this append saves no registers.
+[[gnu::noinline]] ZT_ERRCOUNT grow_or_insert(ZT_ARRAY_PTR *array, LPVOID element, uint64_t *index)
+{
+    if (!grow_if_full(array))
+        return ZR_ERR_NO_MEMORY;
+
+    search_result greater = {false, 0};
+    if (is_in_sorted_mode(*array))
+        greater = first_greater(*array, element);
+    if (!greater.is_found) {
+        append(array, element, index);
+        return SUCCESS;
+    }
+    // A refused rebuild is reported as success: callers learn of it by the unwritten index alone. The growth
+    // above is kept.
+    if (insert_by_rebuild(array, greater.index, element))
+        store_if_wanted(index, greater.index);
+    return SUCCESS;
+}
+
 search_result search_linear(const ZT_ARRAY_PTR &array, LPVOID key)
 {
     for (uint64_t i = 0; i < array.count; ++i)
@@ -595,20 +615,9 @@ ZT_ERRCOUNT ZR_array_ptr_add(ZT_DT_ANY *handle, LPVOID element, uint64_t *index)
     ZT_ARRAY_PTR *array = array_behind(handle);
     if (array == nullptr)
         return ZR_ERR_REFUSED;
-    if (!grow_if_full(array))
-        return ZR_ERR_NO_MEMORY;
-
-    search_result greater = {false, 0};
-    if (is_in_sorted_mode(*array))
-        greater = first_greater(*array, element);
-    if (!greater.is_found) {
-        append(array, element, index);
-        return SUCCESS;
-    }
-    // A refused rebuild is reported as success: callers learn of it by the unwritten index alone. The growth
-    // above is kept.
-    if (insert_by_rebuild(array, greater.index, element))
-        store_if_wanted(index, greater.index);
+    if (array->count >= array->capacity || is_in_sorted_mode(*array))
+        return grow_or_insert(array, element, index);
+    append(array, element, index);
     return SUCCESS;
 }
 
