@@ -1,6 +1,7 @@
 #include "support/thread_functions.h"
 
 #include "support/platform_call.h"
+#include "support/thread_call_words.h"
 
 #include <dlfcn.h>
 #include <errno.h>
@@ -19,20 +20,7 @@ const char *const thread_function_names[THREAD_FUNCTIONS] = {
 
 namespace {
 
-const char *name_of(thread_function function)
-{
-    return thread_function_names[static_cast<size_t>(function)];
-}
-
 // ---- Fakes
-
-// One call of a fake, or the place in the sequence of what the heap recorded until then.
-struct fake_call {
-    thread_function function;
-    std::vector<const void *> addresses;  // of its arguments
-    std::string more;                     // its other argument
-    size_t heap_calls_before;
-};
 
 struct fakes_state {
     std::vector<fake_call> calls;
@@ -125,71 +113,6 @@ void *const fake_functions[THREAD_FUNCTIONS] = {
     reinterpret_cast<void *>(fake_mutex_unlock),      reinterpret_cast<void *>(fake_self),
     reinterpret_cast<void *>(fake_cond_broadcast),    reinterpret_cast<void *>(fake_cond_wait),
     reinterpret_cast<void *>(fake_cond_destroy),      reinterpret_cast<void *>(fake_cond_init),
-};
-
-// ---- The record of fakes and heap, put into words
-
-std::string offset_in_record(const void *address)
-{
-    const uintptr_t offset = reinterpret_cast<uintptr_t>(address) - reinterpret_cast<uintptr_t>(fakes.record);
-    return offset == 0 ? "record" : "record+" + std::to_string(offset);
-}
-
-class call_writer {
-public:
-    void write(const heap_call &call)
-    {
-        switch (call.kind) {
-        case heap_call::MALLOC:
-            if (call.block != nullptr)
-                fakes.record = call.block;
-            written_.push_back("malloc " + std::to_string(call.size) + outcome(call));
-            break;
-        case heap_call::CALLOC:
-            written_.push_back("calloc " + std::to_string(call.size) + outcome(call));
-            break;
-        case heap_call::REALLOC:
-            written_.push_back("realloc");  // no operation of these makes one
-            break;
-        case heap_call::FREE:
-            written_.push_back("free " + name(call.block));
-            break;
-        }
-    }
-
-    void write(const fake_call &call)
-    {
-        if (call.function == thread_function::MUTEXATTR_INIT)
-            attribute_ = call.addresses.front();
-        std::string arguments;
-        for (const void *address : call.addresses)
-            arguments += (arguments.empty() ? "" : ", ") + name(address);
-        written_.push_back(name_of(call.function) + ("(" + arguments + call.more + ")"));
-    }
-
-    steps written() const { return written_; }
-
-private:
-    std::string name(const void *address) const
-    {
-        constexpr uintptr_t LARGEST_RECORD = 96;
-        if (address == nullptr)
-            return "null";
-        if (address == attribute_)
-            return "attribute";
-        const uintptr_t start = reinterpret_cast<uintptr_t>(fakes.record);
-        const uintptr_t position = reinterpret_cast<uintptr_t>(address);
-        const bool is_in_record = start != 0 && position >= start && position - start < LARGEST_RECORD;
-        return is_in_record ? offset_in_record(address) : "unknown";
-    }
-
-    std::string outcome(const heap_call &call) const
-    {
-        return call.block != nullptr ? " = " + name(call.block) : " refused";
-    }
-
-    steps written_;
-    const void *attribute_ = nullptr;
 };
 
 // ---- Lookups
@@ -334,7 +257,7 @@ lookup_trace::~lookup_trace()
 
 void lookup_trace::hide(thread_function function)
 {
-    lookups.hidden = name_of(function);
+    lookups.hidden = thread_function_names[static_cast<size_t>(function)];
 }
 
 void lookup_trace::hide_nothing()
@@ -418,7 +341,7 @@ const void *call_trace::record() const
 steps call_trace::calls() const
 {
     const std::vector<heap_call> heap_calls = heap_.calls();
-    call_writer writer;
+    call_writer writer(fakes.record);
     size_t heap_calls_written = 0;
     for (const fake_call &call : fakes.calls) {
         while (heap_calls_written < call.heap_calls_before)
