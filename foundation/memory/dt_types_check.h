@@ -127,7 +127,8 @@ uint32_t vacant_slots_of(const ZT_MEMM_NODE &node)
 {
     uint32_t vacant_slots = 0;
     for (uint32_t i = 0; i < ZR_MEMM_NODE_SLOTS; ++i)
-        vacant_slots |= (node.slots[i].block == nullptr ? 1U : 0U) << i;
+        if (node.slots[i].block == nullptr)
+            vacant_slots |= 1U << i;
     return vacant_slots;
 }
 
