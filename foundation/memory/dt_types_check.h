@@ -1,4 +1,4 @@
-// The equations of dt_types.h, dt_types_records.h and dt_types_blocks.h, checked over the whole table. No
+// The equations of dt_types.h and of the dt_types_*.h beside it, checked over the whole table. No
 // part of the library: included behind dt_types.cpp by tests, and by whoever hunts a fault.
 #pragma once
 
