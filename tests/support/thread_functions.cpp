@@ -11,6 +11,7 @@
 
 #include <map>
 #include <mutex>
+#include <utility>
 
 const char *const thread_function_names[THREAD_FUNCTIONS] = {
     "pthread_mutexattr_destroy", "pthread_mutexattr_settype", "pthread_mutexattr_init", "pthread_mutex_init",
@@ -306,7 +307,8 @@ steps lookup_trace::calls() const
     return lookups.calls;
 }
 
-call_trace::call_trace(void *record)
+call_trace::call_trace(void *record, std::vector<block_kind> kinds, std::string other_blocks)
+    : heap_(std::move(kinds), std::move(other_blocks))
 {
     fakes.record = record;
     fakes.heap = &heap_;

@@ -63,8 +63,10 @@ public:
 // other order the fakes do nothing and return 0. One at a time; only this thread may call the fakes.
 class call_trace {
 public:
-    // `record` is the block that is called so in the steps, until a new one is allocated.
-    explicit call_trace(void *record = nullptr);
+    // `record` is the block that is called so in the steps, until a new one is allocated; the others name the
+    // blocks of heap().
+    explicit call_trace(void *record = nullptr, std::vector<block_kind> kinds = {},
+                        std::string other_blocks = "block");
     ~call_trace();
     call_trace(const call_trace &) = delete;
     call_trace &operator=(const call_trace &) = delete;
