@@ -40,6 +40,7 @@ unsigned logged_allocations;
 
 enum class refusal { NONE, ONE, ALL } refusing = refusal::NONE;
 unsigned allocations_before_refusal;
+void (*refusal_action)();
 
 thread_local bool is_recording;  // true in the thread that made the trace, while there is one
 
@@ -60,17 +61,16 @@ void record(heap_call::kind_of_call kind, size_t size, void *block, void *old_bl
 
 bool is_refused()
 {
-    switch (refusing) {
-    case refusal::NONE:
+    if (refusing == refusal::NONE)
         return false;
-    case refusal::ALL:
-        return true;
-    case refusal::ONE:
-        break;
+    if (allocations_before_refusal != 0) {
+        --allocations_before_refusal;
+        return false;
     }
-    if (allocations_before_refusal-- != 0)
-        return false;
-    refusing = refusal::NONE;
+    if (refusing == refusal::ONE)
+        refusing = refusal::NONE;
+    if (refusal_action != nullptr)
+        refusal_action();
     return true;
 }
 
@@ -93,6 +93,7 @@ void reset()
     logged_calls = 0;
     logged_allocations = 0;
     refusing = refusal::NONE;
+    refusal_action = nullptr;
 }
 
 }  // namespace
@@ -184,9 +185,15 @@ void heap_trace::refuse_allocation(unsigned n)
     allocations_before_refusal = n;
 }
 
-void heap_trace::refuse_all_allocations()
+void heap_trace::refuse_allocations_from(unsigned n)
 {
     refusing = refusal::ALL;
+    allocations_before_refusal = n;
+}
+
+void heap_trace::when_refused(void (*action)())
+{
+    refusal_action = action;
 }
 
 void heap_trace::allow_allocations()

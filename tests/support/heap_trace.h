@@ -78,9 +78,13 @@ public:
     // Refuse the n-th allocating call from now on (0 the next one), once; frees do not count. A refused
     // call sets errno to ENOMEM, and a refused realloc leaves its block alone. Replaces an earlier order.
     void refuse_allocation(unsigned n);
-    // Refuse every allocating call from now on, until allow_allocations.
-    void refuse_all_allocations();
+    // Refuse the n-th allocating call from now on (0 the next one) and every later one, until
+    // allow_allocations.
+    void refuse_allocations_from(unsigned n);
+    void refuse_all_allocations() { refuse_allocations_from(0); }
     void allow_allocations();
+    // Call this in every refused call, until the trace ends.
+    void when_refused(void (*action)());
 
     // What was called since the last question, or since the trace began. Blocks are numbered from 1 within
     // their kind as they are allocated, and keep their name when they are released. Steps that differ in

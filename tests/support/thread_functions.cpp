@@ -19,6 +19,9 @@ const char *const thread_function_names[THREAD_FUNCTIONS] = {
     "pthread_cond_broadcast",    "pthread_cond_wait",         "pthread_cond_destroy",   "pthread_cond_init",
 };
 
+constinit platform_call<void *(const char *, int)> dlopen_call{"dlopen"};
+constinit platform_call<int(void *)> dlclose_call{"dlclose"};
+
 namespace {
 
 // ---- Fakes
@@ -28,6 +31,7 @@ struct fakes_state {
     std::map<thread_function, std::function<long()>> actions;
     const heap_trace *heap = nullptr;  // null while nothing is recorded
     const void *record = nullptr;
+    bool refuses_null_mutexes = false;
 };
 fakes_state fakes;
 
@@ -63,7 +67,8 @@ int fake_mutexattr_init(pthread_mutexattr_t *attribute)
 
 int fake_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attribute)
 {
-    return status(record_call(thread_function::MUTEX_INIT, {mutex, attribute}));
+    const int result = status(record_call(thread_function::MUTEX_INIT, {mutex, attribute}));
+    return result == 0 && mutex == nullptr && fakes.refuses_null_mutexes ? EINVAL : result;
 }
 
 int fake_mutex_destroy(pthread_mutex_t *mutex)
@@ -132,9 +137,6 @@ struct lookups_state {
     std::function<int()> close_answer;
 };
 lookups_state lookups;
-
-constinit platform_call<void *(const char *, int)> dlopen_call{"dlopen"};
-constinit platform_call<int(void *)> dlclose_call{"dlclose"};
 
 std::string handle_name(const void *handle)
 {
@@ -319,6 +321,7 @@ call_trace::~call_trace()
     fakes.heap = nullptr;
     fakes.calls.clear();
     fakes.actions.clear();
+    fakes.refuses_null_mutexes = false;
 }
 
 void call_trace::replace(thread_function function, std::function<long()> action)
@@ -329,6 +332,11 @@ void call_trace::replace(thread_function function, std::function<long()> action)
 void call_trace::fail(thread_function function, int result)
 {
     replace(function, [result] { return result; });
+}
+
+void call_trace::refuse_null_mutexes()
+{
+    fakes.refuses_null_mutexes = true;
 }
 
 const void *call_trace::record() const

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "support/heap_trace.h"
+#include "support/platform_call.h"
 #include "support/steps.h"
 
 #include <errno.h>
@@ -32,6 +33,10 @@ constexpr size_t THREAD_FUNCTIONS = 12;
 
 // The functions' names in the same order.
 extern const char *const thread_function_names[THREAD_FUNCTIONS];
+
+// What a lookup_trace does not answer itself ends here.
+extern platform_call<void *(const char *, int)> dlopen_call;
+extern platform_call<int(void *)> dlclose_call;
 
 // Records the dynamic-loading calls of the process while it lives, and shapes what they find. One at a time.
 class lookup_trace {
@@ -79,6 +84,8 @@ public:
     void replace(thread_function function, std::function<long()> action);
     // An action that does nothing and returns this.
     void fail(thread_function function, int result = EINVAL);
+    // A null mutex cannot be initialised from now on.
+    void refuse_null_mutexes();
 
     // For example "malloc 40 = record", "pthread_mutexattr_settype(attribute, 1)", "free record". Addresses
     // read as "null", "record", "record+40", "attribute" (what was last given to pthread_mutexattr_init).
