@@ -26,8 +26,8 @@ namespace {
 scenarios make_every_scenario()
 {
     scenarios all;
-    for (const auto &make : {memory_scenarios, array_scenarios, synchronisation_scenarios, file_scenarios,
-                             service_scenarios, text_scenarios})
+    for (const auto &make : {memory_scenarios, array_scenarios, search_scenarios, synchronisation_scenarios,
+                             file_scenarios, service_scenarios, text_scenarios})
         for (scenario &each : make())
             all.push_back(std::move(each));
     return all;

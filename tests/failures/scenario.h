@@ -33,6 +33,7 @@ using scenarios = std::vector<scenario>;
 
 scenarios memory_scenarios();
 scenarios array_scenarios();
+scenarios search_scenarios();
 scenarios synchronisation_scenarios();
 scenarios file_scenarios();
 scenarios service_scenarios();

@@ -1,5 +1,4 @@
-// Failures of the search for the thread functions, and of critical sections, mutex identifiers and events in
-// both modes.
+// Failures of critical sections, mutex identifiers and events, in both modes.
 
 #include "failures/scenario.h"
 #include "memory/dt_types_memory_fixture.h"
@@ -7,8 +6,6 @@
 #include "support/sync_operations.h"
 
 #include "foundation/os.h"
-
-#include <memory>
 
 namespace {
 
@@ -22,33 +19,6 @@ LPVOID object;
 LPVOID handle;
 INT answer;
 unsigned wake_ups;
-
-// ---- The search. Each run has a library that has not searched yet.
-
-std::unique_ptr<library_copy> fresh_library;
-decltype(&OS_threads_support) threads_support;
-
-scenario search()
-{
-    return {
-        .name = "OS_threads_support, first call",
-        .load =
-            [] {
-                fresh_library = std::make_unique<library_copy>();
-                threads_support = fresh_library->find("OS_threads_support", OS_threads_support);
-            },
-        .act = [] { answer = static_cast<INT>(threads_support()); },
-        .result = [] { return answer == 1 ? "threaded" : "emulated"; },
-        .use = [] { EXPECT_EQ(static_cast<INT>(threads_support()), answer) << "the mode is settled"; },
-        // Without a handle the default scope is searched.
-        .outcomes = {{"nothing", "threaded"},
-                     {"dlopen 1", "threaded"},
-                     {"dlclose 1", "threaded"},
-                     {"dlsym *", "emulated"}},
-    };
-}
-
-// ---- Objects
 
 struct mode {
     std::string name;
@@ -238,7 +208,6 @@ scenarios of_a_lock(const mode &in, const lock_kind &kind)
 scenarios of_an_identifier(const mode &in)
 {
     const sync_operations &os = *in.os;
-    const lock_kind &kind = lock_kinds::MUTEX_IDENTIFIER;
     const auto make = [&os] {
         no_object();
         os.mutex_ID_allocate(&object);
@@ -249,11 +218,11 @@ scenarios of_an_identifier(const mode &in)
          .act = [&os] { answer = os.mutex_open(object, nullptr, &handle); },
          .result = [] { return words(answer, handle == unwritten() ? ", unwritten" : ", a handle"); },
          .use =
-             [&os, &kind] {
+             [&os] {
                  if (answer == 1) {
                      EXPECT_EQ(os.mutex_release(handle), 1U);
                  }
-                 lock_serves(os, kind);
+                 lock_serves(os, lock_kinds::MUTEX_IDENTIFIER);
              },
          .outcomes = {{"nothing", "1, a handle"}}},
         {.name = "OS_mutex_release" + in.name,
@@ -265,11 +234,11 @@ scenarios of_an_identifier(const mode &in)
          .act = [&os] { answer = os.mutex_release(handle); },
          .result = [] { return words(answer); },
          .use =
-             [&os, &kind] {
+             [&os] {
                  if (answer == 0) {
                      EXPECT_EQ(os.mutex_release(handle), 1U);
                  }
-                 lock_serves(os, kind);
+                 lock_serves(os, lock_kinds::MUTEX_IDENTIFIER);
              },
          .outcomes = {{"nothing", "1"}}},
     };
@@ -395,7 +364,7 @@ void append(scenarios &all, const scenarios &more)
 scenarios synchronisation_scenarios()
 {
     static const std::vector<mode> every_mode = modes();
-    scenarios all = {search()};
+    scenarios all;
     for (const mode &in : every_mode) {
         for (const lock_kind *kind :
              {&lock_kinds::ORDINARY_SECTION, &lock_kinds::MEM_SYNC_SECTION, &lock_kinds::MUTEX_IDENTIFIER})

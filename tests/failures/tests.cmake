@@ -15,6 +15,7 @@ qv_add_test(failures_test
     failures/platform_faults.cpp
     failures/memory_scenarios.cpp
     failures/array_scenarios.cpp
+    failures/search_scenarios.cpp
     failures/synchronisation_scenarios.cpp
     failures/file_scenarios.cpp
     failures/service_scenarios.cpp
