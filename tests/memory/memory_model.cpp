@@ -21,6 +21,11 @@ unsigned memory_model::allocate_elsewhere(size_t size)
     return request("malloc", size, "block");
 }
 
+void memory_model::release_elsewhere(unsigned block)
+{
+    free_call("block", block);
+}
+
 unsigned memory_model::allocate(uint64_t tag, size_t size)
 {
     const unsigned block = request("malloc", size, "block");
@@ -112,6 +117,25 @@ LONG memory_model::release_everything()
     }
     records.clear();
     return released;
+}
+
+std::vector<uint64_t> memory_model::image() const
+{
+    std::vector<uint64_t> all;
+    const auto add_record_of = [&](uint64_t tag) {
+        all.push_back(tag);
+        if (tag == 0)
+            return;
+        for (const node &each : records.at(tag).nodes)
+            for (const unsigned block : each.slots)
+                all.insert(all.end(), {block, block != 0 ? blocks.at(block).size : 0});
+    };
+    for (const bucket &each : buckets) {
+        add_record_of(each.in_table);
+        for (const uint64_t tag : each.behind)
+            add_record_of(tag);
+    }
+    return all;
 }
 
 // ---- Heap calls

@@ -27,6 +27,7 @@ public:
 
     // A block allocated by someone else: its number, never 0.
     unsigned allocate_elsewhere(size_t size);
+    void release_elsewhere(unsigned block);
     // The number of the block, 0 for null.
     unsigned allocate(uint64_t tag, size_t size);
     unsigned reallocate(unsigned block, size_t size);
@@ -38,6 +39,9 @@ public:
     LONG release_everything();
 
     std::map<unsigned, block_facts> blocks;  // all that are recorded
+
+    // The whole table, comparable with image_of in memory_table.h.
+    std::vector<uint64_t> image() const;
 
 private:
     static constexpr size_t NODE_SLOTS = 13;

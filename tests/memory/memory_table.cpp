@@ -107,3 +107,24 @@ std::vector<std::string> violations_in(const ZT_MEMM_TABLE &table)
 {
     return inspection(table).violations;
 }
+
+std::vector<uint64_t> image_of(const ZT_MEMM_TABLE &table, const std::map<const void *, unsigned> &numbers)
+{
+    constexpr uint64_t UNKNOWN_BLOCK = UINT64_MAX;
+    std::vector<uint64_t> image;
+    const auto number_of = [&](const void *block) -> uint64_t {
+        const auto place = numbers.find(block);
+        return place != numbers.end() ? place->second : block == nullptr ? 0 : UNKNOWN_BLOCK;
+    };
+    for (const ZT_MEMM_TAG_RECORD &head : table.buckets) {
+        for (const ZT_MEMM_TAG_RECORD *record = &head; record != nullptr; record = record->next) {
+            image.push_back(record->tag);
+            if (record->tag == 0)
+                continue;
+            for (const ZT_MEMM_NODE *node = &record->first_node; node != nullptr; node = node->next)
+                for (const ZT_MEMM_SLOT &slot : node->slots)
+                    image.insert(image.end(), {number_of(slot.block), slot.size});
+        }
+    }
+    return image;
+}

@@ -6,6 +6,7 @@
 
 #include "support/heap_trace.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -19,3 +20,7 @@ ZT_MEMM_TABLE &memory_table(heap_trace &heap);
 // Every equation of dt_types.h that does not hold, in words. A null pointer that was disassociated breaks
 // those of its node's count, as documented.
 std::vector<std::string> violations_in(const ZT_MEMM_TABLE &table);
+
+// The whole table in numbers: bucket by bucket the tag of each record (0 alone for a vacant one), then number
+// and size of the block in each slot of each node, 0 and 0 where there is none.
+std::vector<uint64_t> image_of(const ZT_MEMM_TABLE &table, const std::map<const void *, unsigned> &numbers);
