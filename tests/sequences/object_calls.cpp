@@ -173,17 +173,26 @@ private:
 
     void use_mutex(unsigned choice, unsigned number, object &mutex)
     {
-        const bool is_taken = mutex.state != 0;
+        static constexpr UINT FORGED[] = {0, 1, 2, 7, 0x10000, UINT32_MAX};
+        if (choice == 14) {
+            mutex.state = FORGED[number % std::size(FORGED)];
+            tell("the flag of object ", number, " becomes ", mutex.state);
+            *static_cast<UINT *>(mutex.handle) = mutex.state;
+            return;
+        }
         if (choice % 2 == 0) {
             LPVOID opened = this;
             tell("OS_mutex_open_emu(object ", number, ", null, &handle)");
-            expect_equal("the result", OS_mutex_open_emu(mutex.handle, nullptr, &opened), is_taken ? 0 : 1);
-            expect_equal("the handle", opened, is_taken ? this : mutex.handle);
-            mutex.state = 1;
+            expect_equal("the result", OS_mutex_open_emu(mutex.handle, nullptr, &opened),
+                         mutex.state == 0 ? 1 : 0);
+            expect_equal("the handle", opened, mutex.state == 0 ? mutex.handle : this);
+            if (mutex.state == 0)
+                mutex.state = 1;
         } else {
             tell("OS_mutex_release_emu(object ", number, ")");
-            expect_equal("the result", OS_mutex_release_emu(mutex.handle), is_taken ? 1 : 0);
-            mutex.state = 0;
+            expect_equal("the result", OS_mutex_release_emu(mutex.handle), mutex.state == 1 ? 1 : 0);
+            if (mutex.state == 1)
+                mutex.state = 0;
         }
     }
 

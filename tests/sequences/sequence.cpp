@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <random>
+#include <utility>
 
 std::string subject::shown(const std::vector<std::string> &list)
 {
@@ -60,25 +61,45 @@ operations random_operations(size_t count, uint64_t seed)
     return list;
 }
 
+namespace {
+
+// Whether some part of `chunk` operations could be left out.
+bool leave_out(make_subject make, operations &list, size_t chunk)
+{
+    bool has_shrunk = false;
+    for (size_t start = 0; start < list.size();) {
+        operations rest = list;
+        const auto first = rest.begin() + static_cast<ptrdiff_t>(start);
+        rest.erase(first, first + static_cast<ptrdiff_t>(std::min(chunk, list.size() - start)));
+        if (run(make, rest)) {
+            list = std::move(rest);
+            has_shrunk = true;
+        } else {
+            start += chunk;
+        }
+    }
+    return has_shrunk;
+}
+
+// Refused allocations that the failure does not need are granted.
+void grant_allocations(make_subject make, operations &list)
+{
+    for (operation &each : list) {
+        const uint8_t refusal = std::exchange(each.refusal, 255);
+        if (!run(make, list))
+            each.refusal = refusal;
+    }
+}
+
+}  // namespace
+
 operations shrunk(make_subject make, operations list)
 {
-    size_t chunk = list.size();
-    while (chunk != 0) {
-        bool has_shrunk = false;
-        for (size_t start = 0; start < list.size();) {
-            operations rest = list;
-            const auto first = rest.begin() + static_cast<ptrdiff_t>(start);
-            rest.erase(first, first + static_cast<ptrdiff_t>(std::min(chunk, list.size() - start)));
-            if (run(make, rest)) {
-                list = std::move(rest);
-                has_shrunk = true;
-            } else {
-                start += chunk;
-            }
-        }
-        if (chunk == 1 && has_shrunk)
-            continue;  // what went may have been all that another one was needed for
-        chunk /= 2;
+    for (size_t chunk = list.size(); chunk != 0; chunk /= 2)
+        leave_out(make, list, chunk);
+    grant_allocations(make, list);
+    while (leave_out(make, list, 1)) {
+        // What went may have been all that another one was needed for.
     }
     return list;
 }
