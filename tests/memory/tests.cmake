@@ -9,7 +9,6 @@ qv_add_test(dt_types_memory_blocks_test
     memory/dt_types_memory_free_test.cpp
     memory/dt_types_memory_realloc_test.cpp
     LIBRARIES memory_test_support)
-qv_add_test(dt_types_memory_model_test memory/dt_types_memory_model_test.cpp LIBRARIES memory_test_support)
 qv_add_test(dt_types_memory_tags_test
     memory/dt_types_memory_release_test.cpp
     memory/dt_types_memory_tag_zero_test.cpp
@@ -27,7 +26,6 @@ qv_add_test(dt_types_array_test
     memory/dt_types_array_sorted_test.cpp
     memory/dt_types_array_wide_test.cpp
     LIBRARIES memory_test_support)
-qv_add_test(dt_types_array_model_test memory/dt_types_array_model_test.cpp LIBRARIES memory_test_support)
 
 # The manager beside its model, with the unit compiled in: tables as installed, and tiny ones.
 foreach(size installed tiny)
