@@ -38,6 +38,7 @@ const std::vector<joining> joinings = {
     {"/usr/lib", "x.so", "/usr/lib/x.so"},
     {"", "x.so", "x.so"},
     {"/", "x.so", "/x.so"},
+    {"/", "", "/"},
     {"//", "x.so", "//x.so"},
     {"a//", "b", "a//b"},
     {"a/", "/b", "a//b"},

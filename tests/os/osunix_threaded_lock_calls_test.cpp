@@ -91,6 +91,19 @@ TEST_P(ThreadedLock, IsMadeWhateverTheAttributeFunctionsReport)
     }
 }
 
+TEST_P(ThreadedLock, StandsInTheOutputOnlyWhenTheAttributeIsDestroyed)
+{
+    call_trace trace;
+    LPVOID lock = unwritten();
+    trace.replace(thread_function::MUTEXATTR_DESTROY, [&lock] {
+        EXPECT_EQ(lock, unwritten()) << "the output was written before";
+        return 0;
+    });
+    EXPECT_EQ(create(&lock), kind().created);
+    EXPECT_EQ(lock, trace.record());
+    free(lock);
+}
+
 TEST_P(ThreadedLock, DoesNotTestItsAllocationBeforeTheInitialisation)
 {
     call_trace trace;
