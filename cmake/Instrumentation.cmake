@@ -8,5 +8,6 @@ list(APPEND qv_all_flags ${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_${qv_configuration
 if(QV_SANITIZE)
     list(APPEND qv_all_flags -fsanitize=${QV_SANITIZE})
 endif()
+list(APPEND qv_all_flags ${QV_COVERAGE})
 string(REGEX MATCHALL "-fsanitize=[^ ;]+" QV_SANITIZERS "${qv_all_flags}")
 string(REGEX MATCH "-fsanitize=|-coverage|-fprofile-|-ftrapv" QV_IS_INSTRUMENTED "${qv_all_flags}")

@@ -128,8 +128,8 @@ child_result build_and_run_c_program(const std::string &source, const std::strin
                                              "-Wall",      "-Wextra", "-Werror", "-I" + include_directory,
                                              source,       "-x",      "none",    loaded_library_path(),
                                              "-o",         program};
-    if (IS_SANITIZED)
-        command_line.push_back(std::string("-fsanitize=") + SANITIZERS);
+    if (SANITIZERS[0] != '\0')
+        command_line.push_back(SANITIZERS);
     const child_result built = run_command(command_line);
     if (!built.succeeded())
         return built;
