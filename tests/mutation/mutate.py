@@ -246,14 +246,15 @@ class Workshop:
 
     def judge(self, row):
         slot = self.slots.get()
-        row["verdict"] = self.plant(row, slot) or "survived"
-        for program in self.programs_of(row) if row["verdict"] == "survived" else []:
+        verdict, killed_by = self.plant(row, slot) or "survived", ""
+        for program in self.programs_of(row) if verdict == "survived" else []:
             if outcome := self.run_program(program, self.variables(slot)):
-                row["verdict"], row["killed_by"] = outcome
+                verdict, killed_by = outcome
                 break
-        if self.options.preset != "release" and row["killed_by"]:
-            row["killed_by"] += f" ({self.options.preset})"
+        if self.options.preset != "release" and killed_by:
+            killed_by += f" ({self.options.preset})"
         self.slots.put(slot)
+        row.update(verdict=verdict, killed_by=killed_by)  # at once: another thread may be writing the rows out
 
     def judge_slowly(self, row):
         """By all programs that are not its unit's own, in the copy itself: some of them build its sources again."""

@@ -153,6 +153,16 @@ TEST(EpochToDate, CountsFrom2To64WhatLiesBefore1601)
             << "-2^" << bit;
 }
 
+// The year 2^32 + 4 ends a century and is none of 366 days; the year 4 would be one.
+TEST(EpochToDate, TellsLeapYearsByAllBitsOfTheYear)
+{
+    constexpr uint64_t CYCLES = 10737414;  // of 400 years, from 1601 to 2^32 - 95
+    const uint64_t in_cycle = static_cast<uint64_t>(seconds_at(1700, 3, 1) - seconds_at(1601, 1, 1));
+    const uint64_t since_1601 = CYCLES * 146097 * uint64_t{SECONDS_A_DAY} + in_cycle;
+    EXPECT_EQ(at_epoch(static_cast<double>(since_1601 - SECONDS_FROM_1601_TO_1970)),
+              expected_after_1601(since_1601));
+}
+
 TEST(EpochToDate, TakesNumbersOutOfRangeAndNoNumbersForMinus2To63)
 {
     const std::string lowest = expected_after_1601((UINT64_C(1) << 63) + SECONDS_FROM_1601_TO_1970);
