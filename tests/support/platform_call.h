@@ -52,13 +52,17 @@ public:
     template <typename Function> replaced_call(platform_call<Result(Arguments...)> &call, Function function)
         : call_(call), function_(std::move(function))
     {
-        call_.replacement_ = &function_;
+        put_in_place();
     }
     ~replaced_call() { call_.replacement_ = nullptr; }
     replaced_call(const replaced_call &) = delete;
     replaced_call &operator=(const replaced_call &) = delete;
 
 private:
+    // Out of line, for a compiler that sees a local object's address kept warns of it, though it is taken
+    // back.
+    [[gnu::noinline]] void put_in_place() { call_.replacement_ = &function_; }
+
     platform_call<Result(Arguments...)> &call_;
     std::function<Result(Arguments...)> function_;
 };
