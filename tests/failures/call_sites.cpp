@@ -10,7 +10,6 @@
 #include <string.h>
 
 #include <algorithm>
-#include <regex>
 #include <utility>
 
 namespace {
@@ -72,12 +71,17 @@ const std::map<uint64_t, std::set<std::string>> &marked_call_sites()
 
 namespace {
 
+// What stands between the first "<" and the last ">", or nothing.
+std::string in_brackets(const std::string &text)
+{
+    const size_t first = text.find('<');
+    const size_t last = text.rfind('>');
+    return first < last && last != std::string::npos ? text.substr(first + 1, last - first - 1) : "";
+}
+
 // "1139 <name>:" begins a function; "113d:\tcall   1040 <name>" or "113d:\tcall   *%rdx" calls.
 std::vector<call_site> every_call_site(const std::string &library)
 {
-    static const std::regex beginning("^[0-9a-f]+ <(.*)>:$");
-    static const std::regex instruction("^ *([0-9a-f]+):\t(.*)$");
-    static const std::regex call("^(?:notrack )?callq? +(?:[0-9a-f]+ <(.*)>|\\*.*)$");
     const child_result listing =
         run_command({OBJDUMP_PROGRAM, "--disassemble", "--demangle", "--no-show-raw-insn", library});
     EXPECT_TRUE(listing.succeeded()) << listing.describe();
@@ -86,20 +90,22 @@ std::vector<call_site> every_call_site(const std::string &library)
     std::string function;
     bool follows_call = false;
     for (const std::string &line : lines_of(listing.out)) {
-        std::smatch found;
-        if (std::regex_match(line, found, beginning)) {
-            function = found[1];
-        } else if (std::regex_match(line, found, instruction)) {
-            if (follows_call)
-                sites.back().returns_to = std::stoull(found[1], nullptr, 16);
-            const std::string text = found[2];
-            follows_call = std::regex_match(text, found, call);
-            if (follows_call && found[1].matched)
-                sites.push_back({function, found[1], 0});
-            else if (follows_call)
-                sites.push_back(
-                    {function, function.rfind("bound::", 0) == 0 ? THREAD_FUNCTION : COMPARATOR, 0});
+        const size_t instruction = line.find(":\t");
+        if (instruction == std::string::npos) {
+            if (!in_brackets(line).empty())
+                function = in_brackets(line);
+            continue;
         }
+        if (follows_call)
+            sites.back().returns_to = std::stoull(line.substr(0, instruction), nullptr, 16);
+        const std::string text = line.substr(instruction + 2);
+        follows_call = text.rfind("call", 0) == 0 || text.rfind("notrack call", 0) == 0;
+        if (!follows_call)
+            continue;
+        std::string callee = in_brackets(text);
+        if (callee.empty())
+            callee = function.rfind("bound::", 0) == 0 ? THREAD_FUNCTION : COMPARATOR;
+        sites.push_back({function, callee, 0});
     }
     return sites;
 }
