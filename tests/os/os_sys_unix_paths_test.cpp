@@ -181,6 +181,7 @@ TEST(PathConcat, ReadsNeitherArgumentBeyondItsTerminator)
     guarded_bytes output(14);
     EXPECT_EQ(OS_sys_path_concat(directory.text(), name.text(), output.text(), 14), 13);
     EXPECT_STREQ(output.text(), "/usr/lib/x.so");
+    EXPECT_EQ(OS_sys_path_concat("", name.text(), output.text(), 14), 4);
 }
 
 TEST(PathConcat, DrawsOneFreshTagPerCall)
