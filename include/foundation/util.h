@@ -105,8 +105,8 @@ uint64_t ZR_util_CRC_calc(const void *data, uint64_t length);
  * MD5Init, MD5Update any number of times, MD5Final; then the digest stands in the record. Another message
  * needs a new MD5Init; fed or finished again without one, the record gives meaningless digests. Not fit for
  * security: collisions can be made at will. Other libraries export these three names too. A host that links
- * one of them, such as libmd, names it in front of this library, or its own calls would end up here; this
- * library's calls never leave it. */
+ * one of them names it in front of this library (libmd itself, also for what libbsd does with it), or its own
+ * calls would end up here; this library's calls never leave it. */
 
 /* A running digest, the caller's. The library keeps no pointer to it. */
 typedef struct ZT_MD5_CONTEXT {
