@@ -45,7 +45,7 @@ protected:
 };
 
 // The way round, as the document has it.
-std::string with_LONG_renamed(const std::string &includes)
+[[maybe_unused]] std::string with_LONG_renamed(const std::string &includes)
 {
     return "#define LONG foundation_LONG\n" + includes + "#undef LONG\n";
 }
@@ -66,7 +66,7 @@ TEST_P(HeadersInCompany, GoTogetherWithThoseOfX11)
 }
 #endif
 
-std::vector<std::string> windows_headers()
+[[maybe_unused]] std::vector<std::string> windows_headers()
 {
     std::vector<std::string> headers;
     if (HAVE_WINPR)
