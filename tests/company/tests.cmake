@@ -2,11 +2,12 @@
 qv_add_test(renamed_long_test company/renamed_long_test.cpp)
 
 # Several libraries in every order, as far as they are installed. libmd's functions have names that are the
-# library's, too.
+# library's, too. Not with the libbsd of Debian 11, told here by its libcrypto: that one looks libmd's functions up
+# by name behind itself, and ends the process or is wrong where the order does not suit it.
 find_library(QV_LIBMD_FILE NAMES libmd.so.0)
 find_library(QV_LIBBSD_FILE NAMES libbsd.so.0)
 find_library(QV_LIBZ_FILE NAMES libz.so.1)
-find_library(QV_LIBCRYPTO_FILE NAMES libcrypto.so.3 libcrypto.so.1.1)
+find_library(QV_LIBCRYPTO_FILE NAMES libcrypto.so.3)
 if(QV_LIBMD_FILE AND QV_LIBBSD_FILE AND QV_LIBZ_FILE AND QV_LIBCRYPTO_FILE)
     add_library(crowded_host_object OBJECT company/crowded_host.cpp)
     target_link_libraries(crowded_host_object PRIVATE QV::foundation qv_build_flags)
