@@ -7,8 +7,8 @@ qv_add_test(renamed_long_test company/renamed_long_test.cpp)
 find_library(QV_LIBMD_FILE NAMES libmd.so.0)
 find_library(QV_LIBBSD_FILE NAMES libbsd.so.0)
 find_library(QV_LIBZ_FILE NAMES libz.so.1)
-find_library(QV_LIBCRYPTO_FILE NAMES libcrypto.so.3)
-if(QV_LIBMD_FILE AND QV_LIBBSD_FILE AND QV_LIBZ_FILE AND QV_LIBCRYPTO_FILE)
+find_library(QV_LIBCRYPTO3_FILE NAMES libcrypto.so.3)
+if(QV_LIBMD_FILE AND QV_LIBBSD_FILE AND QV_LIBZ_FILE AND QV_LIBCRYPTO3_FILE)
     add_library(crowded_host_object OBJECT company/crowded_host.cpp)
     target_link_libraries(crowded_host_object PRIVATE QV::foundation qv_build_flags)
     add_executable(crowded_host $<TARGET_OBJECTS:crowded_host_object>)
@@ -19,7 +19,7 @@ if(QV_LIBMD_FILE AND QV_LIBBSD_FILE AND QV_LIBZ_FILE AND QV_LIBCRYPTO_FILE)
         LOADING_HOST="$<TARGET_FILE:crowded_host>"
         HOST_OBJECT="$<TARGET_OBJECTS:crowded_host_object>"
         LIBMD_FILE="${QV_LIBMD_FILE}" LIBBSD_FILE="${QV_LIBBSD_FILE}"
-        LIBZ_FILE="${QV_LIBZ_FILE}" LIBCRYPTO_FILE="${QV_LIBCRYPTO_FILE}")
+        LIBZ_FILE="${QV_LIBZ_FILE}" LIBCRYPTO_FILE="${QV_LIBCRYPTO3_FILE}")
 endif()
 
 # Headers of others, as far as they are installed.
