@@ -64,7 +64,7 @@ protected:
     static void expect_find_package_serves(const std::string &consumer_build, const std::string &where)
     {
         configure_and_build(consumer_source(), consumer_build, {where});
-        const child_result result = run_command({consumer_build + "/consumer"});
+        const child_result result = run_built({consumer_build + "/consumer"});
         EXPECT_TRUE(result.succeeded()) << result.describe();
         EXPECT_EQ(result.out, CONSUMER_OUTPUT);
     }
@@ -131,7 +131,7 @@ TEST_F(Installation, ServesTheExamplesAsTheyStand)
         std::string(SOURCE_DIRECTORY) + "/examples", examples,
         {"-DCMAKE_PREFIX_PATH=" + prefix(), "-DCMAKE_C_FLAGS=-Wall -Wextra -Wpedantic -Werror"});
     for (const char *example : {"owners", "sorted_array", "work_queue", "host", "dates", "checksums"}) {
-        const child_result result = run_command({examples + "/" + example, examples});
+        const child_result result = run_built({examples + "/" + example, examples});
         EXPECT_TRUE(result.succeeded()) << example << ": " << result.describe();
     }
 }

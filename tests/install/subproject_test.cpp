@@ -25,7 +25,7 @@ void build_parent(const std::string &build, std::vector<std::string> arguments)
 
 void expect_consumer_runs(const std::string &build)
 {
-    const child_result result = run_command({build + "/consumer"});
+    const child_result result = run_built({build + "/consumer"});
     EXPECT_TRUE(result.succeeded()) << result.describe();
     EXPECT_EQ(result.out, CONSUMER_OUTPUT);
 }

@@ -19,7 +19,7 @@ void expect_consumer_runs_with(const std::string &flags, const scratch_directory
     const std::string source = SOURCE_DIRECTORY;
     configure_and_build(source + "/tests/install/parent", scratch.path(),
                         {"-DQV_SOURCE=" + source, "-DCMAKE_CXX_FLAGS=" + flags});
-    const child_result result = run_command({scratch.file("consumer")});
+    const child_result result = run_built({scratch.file("consumer")});
     EXPECT_TRUE(result.succeeded()) << result.describe();
     EXPECT_EQ(result.out, CONSUMER_OUTPUT);
 }

@@ -4,6 +4,11 @@
 
 #include <gtest/gtest.h>
 
+child_result run_built(const std::vector<std::string> &command_line)
+{
+    return run_command(command_line, {"LD_LIBRARY_PATH="});
+}
+
 child_result run_cmake(const std::vector<std::string> &arguments)
 {
     std::vector<std::string> command_line = {"env"};
