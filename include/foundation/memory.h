@@ -19,10 +19,10 @@
  * `file` (text, may be null) and `line` name the call site; they are accepted and ignored.
  *
  * Cost: recording, finding and freeing a block are at most linear in the tags of its bucket (tag modulo 32)
- * and in the blocks of its tag, 13 to a bookkeeping node. Where searches ended is remembered, in up to 1 MiB of
- * static memory that is touched as used, so that with fewer than some 10,000 tags and 100,000 blocks the cost
- * seldom depends on their number. The first 13 blocks of the first tag of each bucket cost no bookkeeping
- * allocation.
+ * and in the blocks of its tag, 13 to a bookkeeping node. Where searches ended is remembered, in up to 1 MiB
+ * of static memory that is touched as used, so that with fewer than some 10,000 tags and 100,000 blocks the
+ * cost seldom depends on their number. The first 13 blocks of the first tag of each bucket cost no
+ * bookkeeping allocation.
  *
  * Threads: the manager takes no lock, and all tags share one table. The CALLER must serialise, with one lock
  * of its own (OS_mem_sync_cs_allocate makes one outside the table), all calls of
