@@ -6,7 +6,7 @@
 #include "foundation/util.h"
 
 // 1 when everything was as it should be; nothing is left behind.
-extern "C" int visit()
+extern "C" [[gnu::visibility("default")]] int visit()
 {
     const uint64_t tag = ZR_memm_unique_tag_get("visit", __LINE__);
     LPVOID section = nullptr;
