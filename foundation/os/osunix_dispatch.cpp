@@ -51,7 +51,7 @@ ZT_BOOL OS_mem_sync_cs_free(LPVOID section)
 void OS_sync_cs_enter(LPVOID section)
 {
     if (is_threaded())
-        OS_sync_cs_enter_th(section);
+        enter_mutex(section);
     else
         OS_sync_cs_enter_emu(section);
 }
@@ -59,7 +59,7 @@ void OS_sync_cs_enter(LPVOID section)
 void OS_sync_cs_leave(LPVOID section)
 {
     if (is_threaded())
-        OS_sync_cs_leave_th(section);
+        leave_mutex(section);
     else
         OS_sync_cs_leave_emu(section);
 }

@@ -77,14 +77,12 @@ ZT_BOOL OS_mem_sync_cs_free_th(LPVOID section)
 
 void OS_sync_cs_enter_th(LPVOID section)
 {
-    if (section != nullptr)
-        bound::mutex_lock(static_cast<pthread_mutex_t *>(section));
+    enter_mutex(section);
 }
 
 void OS_sync_cs_leave_th(LPVOID section)
 {
-    if (section != nullptr)
-        bound::mutex_unlock(static_cast<pthread_mutex_t *>(section));
+    leave_mutex(section);
 }
 
 // ---- Mutex identifiers

@@ -116,4 +116,17 @@ inline int cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex)
 
 }  // namespace bound
 
+// Entering and leaving stand in line in their dispatchers too: they are what hosts do most often.
+inline void enter_mutex(LPVOID section)
+{
+    if (section != nullptr)
+        bound::mutex_lock(static_cast<pthread_mutex_t *>(section));
+}
+
+inline void leave_mutex(LPVOID section)
+{
+    if (section != nullptr)
+        bound::mutex_unlock(static_cast<pthread_mutex_t *>(section));
+}
+
 #pragma GCC visibility pop
