@@ -8,6 +8,7 @@ target_link_libraries(image_catalog_without_threads PRIVATE image_catalog_object
 set_target_properties(image_catalog_without_threads PROPERTIES ENABLE_EXPORTS ON)
 
 qv_add_test(image_catalog_test
+    programs/image_catalog/allocation_failures_test.cpp
     programs/image_catalog/bad_files.cpp
     programs/image_catalog/bad_files_test.cpp
     programs/image_catalog/catalog_run.cpp
@@ -34,6 +35,17 @@ target_compile_definitions(image_catalog_test PRIVATE
     FOUNDATION_LIBRARY="$<TARGET_FILE:QV::foundation>"
     BUILD_FOLDER="${PROJECT_BINARY_DIR}" INSTALLED_PROGRAM="${CMAKE_INSTALL_BINDIR}/image_catalog"
     INSTALLED_LIBRARIES="${CMAKE_INSTALL_LIBDIR}" INSTALLED_MANUALS="${CMAKE_INSTALL_MANDIR}")
+
+# And once with a heap that fails on demand, where no sanitizer has put its own in the C library's place.
+if(NOT QV_IS_INSTRUMENTED)
+    add_executable(image_catalog_with_failing_heap $<TARGET_OBJECTS:image_catalog_objects>
+        programs/image_catalog/failing_heap.cpp)
+    target_link_libraries(image_catalog_with_failing_heap PRIVATE image_catalog_objects)
+    set_target_properties(image_catalog_with_failing_heap PROPERTIES ENABLE_EXPORTS ON)
+    add_dependencies(image_catalog_test image_catalog_with_failing_heap)
+    target_compile_definitions(image_catalog_test PRIVATE
+        IMAGE_CATALOG_WITH_FAILING_HEAP="$<TARGET_FILE:image_catalog_with_failing_heap>")
+endif()
 
 # Modules that a host must refuse, or use with care: one source, a fault each.
 foreach(fault leaks lacks_function lacks_identity data_for_function function_for_identity other_kind
