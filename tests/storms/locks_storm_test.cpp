@@ -26,21 +26,28 @@ protected:
     }
     void TearDown() override
     {
-        for (const guarded_counter &counter : counters)
+        for (const guarded_counter &counter : counters) {
+            EXPECT_EQ(counter.intruders, 0) << "somebody entered while another thread was inside";
             EXPECT_EQ(GetParam().free(os, counter.lock), GetParam().freed);
+        }
     }
 
     // Not atomic: exact only if no two threads are inside.
     struct guarded_counter {
         LPVOID lock = nullptr;
         long value = 0;
+        long intruders = 0;
     };
 
-    // Now and then a thread gives up its turn inside, so that the others run into the lock it holds.
-    static void sometimes_yield(long visit)
+    // Now and then a thread gives up its turn inside, so that the others run into the lock it holds: nobody
+    // may have counted meanwhile.
+    static void sometimes_yield(guarded_counter &counter, long visit)
     {
-        if (visit % 64 == 0)
-            std::this_thread::yield();
+        if (visit % 64 != 0)
+            return;
+        const long before = counter.value;
+        std::this_thread::yield();
+        counter.intruders += *const_cast<volatile long *>(&counter.value) != before;
     }
 
     // Enter `depth` times and count inside every entry, on the way in and on the way out.
@@ -50,7 +57,7 @@ protected:
             GetParam().take(os, counter.lock);
             ++counter.value;
         }
-        sometimes_yield(visit);
+        sometimes_yield(counter, visit);
         for (unsigned left = 0; left < depth; ++left) {
             ++counter.value;
             GetParam().give_back(os, counter.lock);
@@ -99,7 +106,7 @@ TEST_P(LockStorm, LosesNoCountWhenOneLockIsTakenInsideAnother)
                 GetParam().take(os, counter.lock);
                 ++counter.value;
             }
-            sometimes_yield(visit);
+            sometimes_yield(counters[0], visit);
             for (guarded_counter &counter : counters)
                 GetParam().give_back(os, counter.lock);
         }
