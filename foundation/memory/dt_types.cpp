@@ -78,7 +78,7 @@ template <typename Link> void unlink_and_release(Link *element)
     element->previous->next = element->next;
     if (element->next != nullptr)
         element->next->previous = element->previous;
-    free(element);
+    free(element);  // NOLINT(clang-analyzer-unix.Malloc): what has one in front of it is on the heap
 }
 
 template <typename Record> Record *allocate_zeroed()
@@ -154,6 +154,7 @@ slot_position first_vacant_slot(noted_record noted)
     if (noted.note->owner != 0)
         return first_vacant_slot_of_long_owner(noted.note->owner);
     for (ZT_MEMM_NODE *node = &noted.record->first_node; node != noted.note->full_from; node = node->next) {
+        // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): `full_from` is a node ahead, or the end
         const uint32_t i = vacant_slot_of(*node);
         if (i < ZR_MEMM_NODE_SLOTS)
             return slot_at(node, i, NO_PLACE);

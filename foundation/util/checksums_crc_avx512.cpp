@@ -37,7 +37,7 @@ bool has_avx512_folding()
 
 namespace {
 
-constexpr unsigned BLOCK_BYTES = 64;
+constexpr uint64_t BLOCK_BYTES = 64;
 
 QV_AVX512_INLINE __m512i load_64_bytes(const BYTE *bytes)
 {

@@ -13,7 +13,7 @@ bool has_pclmul_folding()
 
 namespace {
 
-constexpr unsigned BLOCK_BYTES = 16;
+constexpr uint64_t BLOCK_BYTES = 16;
 
 QV_PCLMUL_INLINE __m128i multipliers_for(const fold_multipliers &distance)
 {
