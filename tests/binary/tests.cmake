@@ -2,6 +2,7 @@
 qv_add_test(binary_test binary/binary_test.cpp)
 qv_add_test(hardening_test binary/hardening_test.cpp)
 qv_add_test(host_names_test binary/host_names_test.cpp)
+qv_add_test(load_test binary/load_test.cpp)
 
 # libmd exports functions under three of the library's names; a host may use both, linked in either order.
 find_library(QV_LIBMD md REQUIRED)
