@@ -30,5 +30,6 @@ qv_add_test(dt_types_array_test
 # The manager beside its model, with the unit compiled in: tables as installed, and tiny ones.
 foreach(size installed tiny)
     qv_add_test(dt_types_lookaside_${size}_test memory/dt_types_lookaside_test.cpp ONE_PROCESS)
+    qv_count_as_library(dt_types_lookaside_${size}_test)
 endforeach()
 target_compile_definitions(dt_types_lookaside_tiny_test PRIVATE QV_TINY_LOOKASIDE)

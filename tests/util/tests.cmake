@@ -26,3 +26,4 @@ qv_add_test(checksums_crc_kernels_test
     ${PROJECT_SOURCE_DIR}/foundation/util/checksums_crc_avx512.cpp
     ${PROJECT_SOURCE_DIR}/foundation/util/checksums_crc_pclmul.cpp
     LIBRARIES ZLIB::ZLIB)
+qv_count_as_library(checksums_crc_kernels_test)
