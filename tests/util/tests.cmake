@@ -19,11 +19,13 @@ qv_add_test(checksums_test
     util/checksums_md5_record_test.cpp
     LIBRARIES OpenSSL::Crypto ZLIB::ZLIB)
 
-# Their private parts, compiled into the test.
-qv_add_test(checksums_crc_kernels_test
-    util/checksums_crc_kernels_test.cpp
+# Their private parts, compiled into the tests. The second one says what kind of processor there is.
+set(checksums_crc_sources
     ${PROJECT_SOURCE_DIR}/foundation/util/checksums_crc.cpp
     ${PROJECT_SOURCE_DIR}/foundation/util/checksums_crc_avx512.cpp
-    ${PROJECT_SOURCE_DIR}/foundation/util/checksums_crc_pclmul.cpp
-    LIBRARIES ZLIB::ZLIB)
-qv_count_as_library(checksums_crc_kernels_test)
+    ${PROJECT_SOURCE_DIR}/foundation/util/checksums_crc_pclmul.cpp)
+foreach(test checksums_crc_kernels_test checksums_crc_processors_test)
+    qv_add_test(${test} util/${test}.cpp ${checksums_crc_sources} LIBRARIES ZLIB::ZLIB)
+    qv_count_as_library(${test})
+endforeach()
+target_include_directories(checksums_crc_processors_test SYSTEM BEFORE PRIVATE util/other_processor)
