@@ -106,4 +106,56 @@ TEST(Lookaside, CleanupLeavesNothingRemembered)
     heap_in_use = nullptr;
 }
 
+// An address can look like another one's in all that is remembered of it, or like that of another owner's
+// block.
+TEST(Lookaside, AddressesThatAreNotRecordedAreNotFoundWhateverTheyLookLike)
+{
+    const size_t blocks_of_each = IS_TINY ? 100 : 5000;
+    logged_heap own_heap;
+    heap_in_use = &own_heap;
+    std::mt19937_64 random(14);
+    const auto any_address = [&] {
+        return reinterpret_cast<LPVOID>(random() % (uint64_t{1} << 47) / 16 * 16);
+    };
+    std::vector<LPVOID> blocks(2 * blocks_of_each);
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        blocks[i] = any_address();
+        ASSERT_EQ(ZR_memm_associate(1 + i % 2, blocks[i], i), blocks[i]);
+    }
+    for (int i = 0; i < (IS_TINY ? 20000 : 400000); ++i) {
+        LPVOID stranger = any_address();
+        ASSERT_EQ(ZR_memm_flags(1 + i % 2, stranger), 0U) << stranger;
+    }
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        ASSERT_EQ(ZR_memm_flags(2 - i % 2, blocks[i]), 0U) << "block " << i << " is the other owner's";
+        ASSERT_EQ(ZR_memm_disassociate(1 + i % 2, blocks[i]), nullptr) << "block " << i;
+    }
+    EXPECT_EQ(ZR_memm_cleanup(), 0);
+    heap_in_use = nullptr;
+}
+
+// An owner so long that one lookup examines more nodes than a note can count. It has no room among the long
+// ones.
+TEST(Lookaside, AnOwnerOfMoreNodesThanCanBeCountedIsWalkedAsEver)
+{
+    constexpr uint64_t TAG = 3;
+    constexpr size_t BLOCKS = 13 * (size_t{UINT16_MAX} + 10);
+    logged_heap own_heap;
+    heap_in_use = &own_heap;
+    LPVOID first = own_heap.take(16);
+    LPVOID other = own_heap.take(16);
+    LPVOID stranger = own_heap.take(16);
+    ASSERT_EQ(ZR_memm_associate(TAG, first, 16), first);
+    for (size_t i = 1; i < BLOCKS; ++i)
+        ASSERT_EQ(ZR_memm_associate(TAG, other, 16), other);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(ZR_memm_flags(TAG, stranger), 0U);
+        EXPECT_STREQ(violated_equation(false), nullptr);
+    }
+    EXPECT_EQ(notes_of_heads[TAG].owner, 0);
+    EXPECT_EQ(ZR_memm_free(TAG, first, "test", 1), nullptr);
+    EXPECT_EQ(ZR_memm_free_all(TAG), static_cast<LONG>(BLOCKS - 1));
+    heap_in_use = nullptr;
+}
+
 }  // namespace
