@@ -1,5 +1,5 @@
 // The public headers in one unit with others that define BYTE, WORD, INT or LONG for themselves, and what
-// docs/beside-other-libraries.md says of those that differ.
+// docs/guides/beside-other-libraries.md says of those that differ.
 
 #include "headers/compilers.h"
 
