@@ -15,13 +15,13 @@
 
 const std::string include_directory = std::string(SOURCE_DIRECTORY) + "/include";
 
-// Each family's header. attributes_begin.h and attributes_end.h are theirs alone.
+// Each family's header, for C and C++. attributes_begin.h and attributes_end.h are theirs alone.
 inline std::vector<std::string> public_headers()
 {
     std::vector<std::string> headers;
     for (const auto &entry : std::filesystem::directory_iterator(include_directory + "/foundation")) {
         const std::string name = entry.path().filename().string();
-        if (name.compare(0, 11, "attributes_") != 0)
+        if (entry.path().extension() == ".h" && name.compare(0, 11, "attributes_") != 0)
             headers.push_back("foundation/" + name);
     }
     std::sort(headers.begin(), headers.end());
