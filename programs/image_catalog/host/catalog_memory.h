@@ -1,59 +1,35 @@
-// The one place where the program calls the memory manager, and what allocates through it. Neither takes a
-// lock, so every call here is made inside one critical section; the program's threads call nothing else.
+// The one place where the program meets the memory manager, which takes no lock: what is made of the types
+// here calls it inside one critical section, and the program's threads call nothing else of it.
 #pragma once
 
-#include "foundation/array.h"
-#include "foundation/memory.h"
-#include "foundation/os.h"
+#include "foundation/foundation.hpp"
+
+#include <mutex>
 
 // Call first and last, while there is one thread. Closing returns the number of blocks that nobody released.
 bool memory_open();
 LONG memory_close();
 
-uint64_t memory_tag();
+// Inside the manager's section from construction to destruction.
+struct manager_guard : std::lock_guard<qv::mem_section> {
+    manager_guard();
+};
 
-// Null when there is no memory.
-LPVOID memory_alloc(uint64_t tag, uint64_t size);
-void memory_free_all(uint64_t tag);
+// What is made without memory tests false.
+using memory_owner = qv::basic_owner<manager_guard>;
+using memory_section = qv::basic_section<manager_guard>;
+template <typename element> using memory_array = qv::array<element, manager_guard>;
 
-// A copy of `text`, or of `directory` and `name` joined, under `tag`; null when there is no memory.
-CHAR *memory_text(uint64_t tag, const CHAR *text);
-CHAR *memory_path(uint64_t tag, const CHAR *directory, const CHAR *name);
+// `directory` and `name` joined, the owner's; null when there is no memory.
+CHAR *memory_path(memory_owner &owner, const CHAR *directory, const CHAR *name);
 
 // Many small pieces that go together: cut from large blocks, because the manager looks for a block's place
 // among all those of its tag. Not for two threads at once.
 struct memory_pool {
-    uint64_t tag;
-    BYTE *free_bytes;
-    uint64_t free_count;
+    memory_owner &owner;
+    BYTE *free_bytes = nullptr;
+    uint64_t free_count = 0;
 };
-memory_pool memory_pool_open(uint64_t tag);
 // Null when there is no memory.
 LPVOID memory_pool_alloc(memory_pool &pool, uint64_t size, uint64_t alignment);
 CHAR *memory_pool_text(memory_pool &pool, const CHAR *text);
-
-// An array in the order of adding; null when there is no memory.
-ZT_DT_ANY *memory_array(uint64_t tag, uint64_t increment);
-bool memory_array_add(ZT_DT_ANY *array, LPVOID element);
-// The last element, taken out; null when there is none.
-LPVOID memory_array_take_last(ZT_DT_ANY *array);
-
-// An ordinary critical section under `tag`; null when there is none to be had.
-LPVOID memory_section(uint64_t tag);
-void memory_section_free(uint64_t tag, LPVOID section);
-
-// Inside a critical section from construction to destruction.
-class inside_section {
-public:
-    explicit inside_section(LPVOID section) : section_(section) { OS_sync_cs_enter(section_); }
-    ~inside_section() { OS_sync_cs_leave(section_); }
-    inside_section(const inside_section &) = delete;
-    inside_section &operator=(const inside_section &) = delete;
-
-private:
-    LPVOID section_;
-};
-
-// Reads of an array that no other thread changes at the same time: the manager is not involved.
-uint64_t array_count(ZT_DT_ANY *array);
-LPVOID array_element(ZT_DT_ANY *array, uint64_t index);

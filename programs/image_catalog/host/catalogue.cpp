@@ -1,32 +1,34 @@
 #include "catalogue.h"
 
-#include "catalog_memory.h"
 #include "entry_order.h"
 
-struct catalogue {
-    uint64_t tag;
-    LPVOID section;      // guards what follows, up to the finish
-    ZT_DT_ANY *entries;  // of catalogue_entry, in the order they were met
-    memory_pool pool;    // entries and their texts
+#include <algorithm>
+#include <memory>
 
-    const catalogue_entry **listed;  // in the order of the result
-    uint64_t listed_count;
-    catalogue_totals totals;
+constexpr uint64_t ENTRIES_INCREMENT = 4096;
+
+struct catalogue {
+    memory_owner &owner;
+    memory_section section{owner.tag()};                                    // guards what follows
+    memory_array<catalogue_entry> entries{owner.tag(), ENTRIES_INCREMENT};  // in the order of adding
+    memory_pool pool{owner};                                                // entries and their texts
+
+    const catalogue_entry **listed = nullptr;  // in the order of the result
+    uint64_t listed_count = 0;
+    catalogue_totals totals = {};
 };
 
 namespace {
 
-constexpr uint64_t ENTRIES_INCREMENT = 4096;
-
 /* Sorted insertion into the library's array costs what it costs, so entries are collected as they come and
  * sorted once, in a vector of the catalogue's own: first to find the spellings of one file, then in the
  * order asked for. */
-const catalogue_entry **copy_entries(const catalogue *files, uint64_t count)
+const catalogue_entry **copy_entries(const catalogue *files)
 {
     auto *all = static_cast<const catalogue_entry **>(
-        memory_alloc(files->tag, (count + 1) * sizeof(const catalogue_entry *)));
-    for (uint64_t i = 0; all != nullptr && i < count; ++i)
-        all[i] = static_cast<const catalogue_entry *>(array_element(files->entries, i));
+        files->owner.alloc((files->entries.size() + 1) * sizeof(const catalogue_entry *)));
+    if (all != nullptr)
+        std::copy(files->entries.begin(), files->entries.end(), all);
     return all;
 }
 
@@ -81,17 +83,10 @@ uint64_t keep_listed(const catalogue_entry **entries, uint64_t count, catalogue_
 
 }  // namespace
 
-catalogue *catalogue_open(uint64_t tag)
+catalogue *catalogue_open(memory_owner &owner)
 {
-    auto *files = static_cast<catalogue *>(memory_alloc(tag, sizeof(catalogue)));
-    if (files == nullptr)
-        return nullptr;
-    OS_memset(files, 0, sizeof(catalogue));
-    files->tag = tag;
-    files->section = memory_section(tag);
-    files->entries = memory_array(tag, ENTRIES_INCREMENT);
-    files->pool = memory_pool_open(tag);
-    if (files->section != nullptr && files->entries != nullptr)
+    auto *files = owner.make<catalogue>(owner);
+    if (files == nullptr || (files->section && files->entries))
         return files;
     catalogue_close(files);
     return nullptr;
@@ -99,57 +94,56 @@ catalogue *catalogue_open(uint64_t tag)
 
 void catalogue_close(catalogue *files)
 {
-    if (files->section != nullptr)
-        memory_section_free(files->tag, files->section);
+    std::destroy_at(files);
 }
 
 catalogue_entry *catalogue_add(catalogue *files, const CHAR *path, const folder_identity &folder)
 {
-    const inside_section inside(files->section);
+    const std::lock_guard inside(files->section);
     auto *entry = static_cast<catalogue_entry *>(
         memory_pool_alloc(files->pool, sizeof(catalogue_entry), alignof(catalogue_entry)));
     const CHAR *copy = memory_pool_text(files->pool, path);
-    if (entry == nullptr || copy == nullptr || !memory_array_add(files->entries, entry)) {
+    if (entry == nullptr || copy == nullptr || files->entries.add(entry) != 0) {
         ++files->totals.lost;
         return nullptr;
     }
     OS_memset(entry, 0, sizeof(catalogue_entry));
     entry->path = copy;
     entry->folder = folder;
-    entry->number = array_count(files->entries);
+    entry->number = files->entries.size();
     entry->kind = UNKNOWN_KIND;
     return entry;
 }
 
 void catalogue_count_lost(catalogue *files)
 {
-    const inside_section inside(files->section);
+    const std::lock_guard inside(files->section);
     ++files->totals.lost;
 }
 
 uint64_t catalogue_added(catalogue *files)
 {
-    const inside_section inside(files->section);
-    return array_count(files->entries);
+    const std::lock_guard inside(files->section);
+    return files->entries.size();
 }
 
 catalogue_entry *catalogue_taken(catalogue *files, uint64_t index)
 {
-    const inside_section inside(files->section);
-    return static_cast<catalogue_entry *>(array_element(files->entries, index));
+    const std::lock_guard inside(files->section);
+    return files->entries[index];
 }
 
 void catalogue_set_problem(catalogue *files, catalogue_entry *entry, const CHAR *reason)
 {
-    const inside_section inside(files->section);
+    const std::lock_guard inside(files->section);
     const CHAR *copy = memory_pool_text(files->pool, reason);
     entry->problem = copy != nullptr ? copy : "has a problem for whose words there is no memory";
 }
 
 bool catalogue_finish(catalogue *files, sort_key key, bool is_reversed)
 {
-    const uint64_t count = array_count(files->entries);
-    files->listed = copy_entries(files, count);
+    const uint64_t count = files->entries.size();
+    files->listed = copy_entries(files);
     if (files->listed == nullptr)
         return false;
     sort_by_identity(files->listed, count);

@@ -2,6 +2,7 @@
 // catalogue_finish; what one thread has taken is its own until then.
 #pragma once
 
+#include "catalog_memory.h"
 #include "image_kind.h"
 #include "image_module.h"
 #include "options.h"
@@ -65,8 +66,8 @@ struct catalogue_totals {
 
 struct catalogue;
 
-// Null when there is no memory. Everything of the catalogue is under `tag` and goes with it.
-catalogue *catalogue_open(uint64_t tag);
+// Null when there is no memory. Everything of the catalogue is the owner's; close it before that ends.
+catalogue *catalogue_open(memory_owner &owner);
 void catalogue_close(catalogue *files);
 
 // A new, pending entry; null, counted as lost, when there is no memory.

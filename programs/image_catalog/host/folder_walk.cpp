@@ -1,6 +1,5 @@
 #include "folder_walk.h"
 
-#include "catalog_memory.h"
 #include "entry_order.h"
 #include "image_file.h"
 #include "interrupt.h"
@@ -20,7 +19,7 @@ constexpr uint64_t FOLDERS_INCREMENT = 256;
 /* Folders still to be listed, used as a stack: one folder is open at a time, however deep they nest. */
 struct walk {
     memory_pool pool;
-    ZT_DT_ANY *folders;
+    memory_array<const CHAR> folders;
     const options &given;
     work_crew *crew;
     catalogue *files;
@@ -68,8 +67,18 @@ bool is_excluded(const options &given, const CHAR *path, const CHAR *name)
 void push_folder(walk &state, const CHAR *path)
 {
     CHAR *copy = memory_pool_text(state.pool, path);
-    if (copy == nullptr || state.folders == nullptr || !memory_array_add(state.folders, copy))
+    if (copy == nullptr || state.folders.add(copy) != 0)
         catalogue_count_lost(state.files);
+}
+
+// Null when there is none left.
+const CHAR *pop_folder(walk &state)
+{
+    const uint64_t count = state.folders.size();
+    const CHAR *last = count != 0 ? state.folders[count - 1] : nullptr;
+    if (last != nullptr)
+        state.folders.remove(count - 1);
+    return last;
 }
 
 void visit_file(walk &state, const CHAR *path, const open_folder &folder, bool is_regular)
@@ -128,13 +137,12 @@ void visit_name(walk &state, open_folder &folder, const dirent &found)
         ++folder.unreachable;
         return;
     }
-    const uint64_t tag = memory_tag();
-    const CHAR *path = memory_path(tag, folder.path, name);
+    memory_owner owner;
+    const CHAR *path = memory_path(owner, folder.path, name);
     if (path == nullptr)
         catalogue_count_lost(state.files);
     else if (!is_excluded(state.given, path, name))
         visit(state, path, folder, type_of(path, found.d_type));
-    memory_free_all(tag);
 }
 
 void report_folder(walk &state, const CHAR *folder, const CHAR *what)
@@ -186,15 +194,14 @@ void list_folder(walk &state, const CHAR *path)
 
 void walk_folder(const CHAR *path, const options &given, work_crew *crew, catalogue *files)
 {
-    const uint64_t tag = memory_tag();
-    walk state = {memory_pool_open(tag), memory_array(tag, FOLDERS_INCREMENT), given, crew, files};
+    memory_owner owner;
+    walk state = {{owner}, {owner.tag(), FOLDERS_INCREMENT}, given, crew, files};
     push_folder(state, path);
-    while (const auto *folder = static_cast<const CHAR *>(memory_array_take_last(state.folders))) {
+    while (const CHAR *folder = pop_folder(state)) {
         if (is_interrupted())
             break;
         list_folder(state, folder);
     }
-    memory_free_all(tag);
 }
 
 }  // namespace

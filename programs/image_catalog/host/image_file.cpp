@@ -1,6 +1,5 @@
 #include "image_file.h"
 
-#include "catalog_memory.h"
 #include "entry_order.h"
 #include "foundation/util.h"
 #include "interrupt.h"
@@ -20,24 +19,6 @@ void list_problem(const image_reader &reader, catalogue_entry *entry, const CHAR
     entry->state = entry_state::listed;
 }
 
-// An open file, closed at the end of its scope.
-class open_file {
-public:
-    explicit open_file(INT descriptor) : descriptor_(descriptor) {}
-    ~open_file()
-    {
-        if (is_open())
-            OS_close(descriptor_);
-    }
-    open_file(const open_file &) = delete;
-    open_file &operator=(const open_file &) = delete;
-    bool is_open() const { return descriptor_ >= 0; }
-    INT descriptor() const { return descriptor_; }
-
-private:
-    INT descriptor_;
-};
-
 // Looked at before it is opened: opening a pipe or a device may wait, or do something.
 bool is_safe_to_open(const catalogue_entry &entry)
 {
@@ -45,42 +26,41 @@ bool is_safe_to_open(const catalogue_entry &entry)
     return entry.is_regular || stat(entry.path, &facts) != 0 || S_ISREG(facts.st_mode);
 }
 
-// A descriptor of a regular file, its facts stored; -1, with a problem, when there is none.
-INT open_for_reading(const image_reader &reader, catalogue_entry *entry)
+// A regular file, its facts stored; none, with a problem, when it is not one.
+qv::file open_for_reading(const image_reader &reader, catalogue_entry *entry)
 {
     if (!is_safe_to_open(*entry)) {
         list_problem(reader, entry, "is no regular file");
-        return -1;
+        return {};
     }
     // Without waiting, should the path have come to mean a pipe in the meantime.
-    const INT descriptor = OS_open(entry->path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0);
+    qv::file file(entry->path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     struct stat facts = {};
-    if (descriptor < 0 || fstat(descriptor, &facts) != 0) {
+    if (!file || fstat(file.descriptor(), &facts) != 0) {
         list_platform_problem(reader.files, entry, "cannot be opened");
-    } else if (!S_ISREG(facts.st_mode)) {
-        list_problem(reader, entry, "is no regular file");
-    } else {
-        entry->modified = facts.st_mtime;
-        entry->has_modified = true;
-        entry->bytes = static_cast<uint64_t>(facts.st_size);
-        entry->has_bytes = true;
-        return descriptor;
+        return {};
     }
-    if (descriptor >= 0)
-        OS_close(descriptor);
-    return -1;
+    if (!S_ISREG(facts.st_mode)) {
+        list_problem(reader, entry, "is no regular file");
+        return {};
+    }
+    entry->modified = facts.st_mtime;
+    entry->has_modified = true;
+    entry->bytes = static_cast<uint64_t>(facts.st_size);
+    entry->has_bytes = true;
+    return file;
 }
 
 enum class reading { complete, ended_early, failed, interrupted };
 
 // `count` bytes from here on; `done` receives the number that were had.
-reading read_bytes(INT descriptor, BYTE *bytes, uint64_t count, uint64_t &done)
+reading read_bytes(qv::file &file, BYTE *bytes, uint64_t count, uint64_t &done)
 {
     for (done = 0; done < count;) {
         if (is_interrupted())
             return reading::interrupted;
         const uint64_t piece = count - done < LARGEST_PIECE ? count - done : LARGEST_PIECE;
-        const LONG step = OS_read(descriptor, bytes + done, static_cast<UINT>(piece));
+        const LONG step = file.read(bytes + done, static_cast<UINT>(piece));
         if (step < 0 && errno == EINTR)
             continue;
         if (step <= 0)
@@ -145,12 +125,12 @@ struct first_bytes {
 };
 
 // The whole file in one block, which the checksum needs.
-void read_content(const image_reader &reader, INT descriptor, const first_bytes &first, BYTE *bytes,
+void read_content(const image_reader &reader, qv::file &file, const first_bytes &first, BYTE *bytes,
                   catalogue_entry *entry)
 {
     OS_memcpy(bytes, first.bytes, first.count);
     uint64_t done = 0;
-    switch (read_bytes(descriptor, bytes + first.count, entry->bytes - first.count, done)) {
+    switch (read_bytes(file, bytes + first.count, entry->bytes - first.count, done)) {
     case reading::complete:
         examine_content(reader, bytes, entry);
         break;
@@ -165,20 +145,19 @@ void read_content(const image_reader &reader, INT descriptor, const first_bytes 
     }
 }
 
-void read_image(const image_reader &reader, INT descriptor, const first_bytes &first, catalogue_entry *entry)
+void read_image(const image_reader &reader, qv::file &file, const first_bytes &first, catalogue_entry *entry)
 {
     if (entry->bytes > budget_largest_file()) {
         list_too_large(reader, entry);
         return;
     }
     const budget_share share(reader.budget, entry->bytes);
-    const uint64_t tag = memory_tag();
-    auto *bytes = static_cast<BYTE *>(memory_alloc(tag, entry->bytes));
+    memory_owner owner;
+    auto *bytes = static_cast<BYTE *>(owner.alloc(entry->bytes));
     if (bytes != nullptr)
-        read_content(reader, descriptor, first, bytes, entry);
+        read_content(reader, file, first, bytes, entry);
     else
         list_too_large(reader, entry);
-    memory_free_all(tag);
 }
 
 // An empty file that was named, or whose name says image, is a lost one; others, as there are many, are
@@ -195,8 +174,8 @@ void judge_empty_file(const image_reader &reader, catalogue_entry *entry)
 
 void read_image_file(const image_reader &reader, catalogue_entry *entry)
 {
-    const open_file file(open_for_reading(reader, entry));
-    if (!file.is_open())
+    qv::file file = open_for_reading(reader, entry);
+    if (!file)
         return;
     if (entry->bytes == 0) {
         judge_empty_file(reader, entry);
@@ -204,7 +183,7 @@ void read_image_file(const image_reader &reader, catalogue_entry *entry)
     }
     first_bytes first = {};
     const uint64_t wanted = entry->bytes < SIGNATURE_SIZE ? entry->bytes : SIGNATURE_SIZE;
-    const reading outcome = read_bytes(file.descriptor(), first.bytes, wanted, first.count);
+    const reading outcome = read_bytes(file, first.bytes, wanted, first.count);
     if (outcome == reading::interrupted)
         return;
     if (outcome == reading::failed) {
@@ -215,7 +194,7 @@ void read_image_file(const image_reader &reader, catalogue_entry *entry)
     if (entry->kind == UNKNOWN_KIND && !entry->is_named)
         entry->state = entry_state::skipped;
     else
-        read_image(reader, file.descriptor(), first, entry);
+        read_image(reader, file, first, entry);
 }
 
 void list_platform_problem(catalogue *files, catalogue_entry *entry, const CHAR *what)

@@ -1,6 +1,5 @@
 // image_catalog: a table of image files, made with the foundation library and four companion modules.
 
-#include "catalog_memory.h"
 #include "catalogue.h"
 #include "folder_walk.h"
 #include "foundation/util.h"
@@ -57,11 +56,11 @@ INT print_version()
 
 // The objects of a run, each null until it is made.
 struct run {
-    uint64_t tag;
-    uint64_t catalogue_tag;
-    catalogue *files;
-    image_reader reader;
-    work_crew *crew;
+    memory_owner owner;
+    memory_owner catalogue_owner;
+    catalogue *files = nullptr;
+    image_reader reader = {};
+    work_crew *crew = nullptr;
 };
 
 uint64_t job_count(const options &given)
@@ -73,14 +72,11 @@ uint64_t job_count(const options &given)
 
 bool open_run(run &objects, const options &given)
 {
-    objects = {};
-    objects.tag = memory_tag();
-    objects.catalogue_tag = memory_tag();
-    objects.files = catalogue_open(objects.catalogue_tag);
-    objects.reader = {objects.files, modules_open(objects.tag), budget_open(objects.tag)};
+    objects.files = catalogue_open(objects.catalogue_owner);
+    objects.reader = {objects.files, modules_open(objects.owner), budget_open(objects.owner)};
     if (objects.files == nullptr || objects.reader.modules == nullptr || objects.reader.budget == nullptr)
         return false;
-    objects.crew = crew_open(objects.tag, objects.reader, job_count(given));
+    objects.crew = crew_open(objects.owner, objects.reader, job_count(given));
     return objects.crew != nullptr;
 }
 
@@ -125,10 +121,8 @@ void close_run(run &objects)
         budget_close(objects.reader.budget);
     if (objects.reader.modules != nullptr)
         modules_close(objects.reader.modules);
-    memory_free_all(objects.tag);
     if (objects.files != nullptr)
         catalogue_close(objects.files);
-    memory_free_all(objects.catalogue_tag);
 }
 
 INT make_catalogue(const options &given)

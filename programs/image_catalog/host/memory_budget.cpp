@@ -1,47 +1,39 @@
 #include "memory_budget.h"
 
-#include "catalog_memory.h"
-
 #include <unistd.h>
+
+#include <algorithm>
+#include <memory>
 
 /* A thread that finds no room resets `room_made` and waits for it; whoever gives a share back sets it. Both
  * happen while the identifier is taken, so no signal is lost between the look and the reset. */
 struct memory_budget {
-    LPVOID identifier;  // a mutex identifier that guards what follows
-    LPVOID room_made;
-    uint64_t limit;
-    uint64_t used;
+    qv::identifier identifier;  // guards what follows
+    qv::event room_made;
+    uint64_t limit = std::min(budget_largest_file(), UINT64_C(256) << 20);
+    uint64_t used = 0;
 };
 
 namespace {
 
-constexpr uint64_t MOST_BYTES = UINT64_C(256) << 20;
-
 bool try_use(memory_budget *budget, uint64_t bytes)
 {
-    LPVOID handle = nullptr;
-    OS_mutex_open(budget->identifier, nullptr, &handle);
+    const std::lock_guard inside(budget->identifier);
     const bool has_room =
         budget->used == 0 || (budget->used <= budget->limit && bytes <= budget->limit - budget->used);
     if (has_room)
         budget->used += bytes;
     else
-        OS_reset_event(budget->room_made);
-    OS_mutex_release(handle);
+        budget->room_made.reset();
     return has_room;
 }
 
 }  // namespace
 
-memory_budget *budget_open(uint64_t tag)
+memory_budget *budget_open(memory_owner &owner)
 {
-    auto *budget = static_cast<memory_budget *>(memory_alloc(tag, sizeof(memory_budget)));
-    if (budget == nullptr)
-        return nullptr;
-    const uint64_t largest = budget_largest_file();
-    *budget = {nullptr, nullptr, largest < MOST_BYTES ? largest : MOST_BYTES, 0};
-    if (OS_mutex_ID_allocate(&budget->identifier) == 0 &&
-        OS_create_event(&budget->room_made, 0, nullptr) != 0)
+    auto *budget = owner.make<memory_budget>();
+    if (budget == nullptr || (budget->identifier && budget->room_made))
         return budget;
     budget_close(budget);
     return nullptr;
@@ -49,9 +41,7 @@ memory_budget *budget_open(uint64_t tag)
 
 void budget_close(memory_budget *budget)
 {
-    if (budget->identifier != nullptr)
-        OS_mutex_ID_free(budget->identifier);
-    OS_close_event(budget->room_made);
+    std::destroy_at(budget);
 }
 
 uint64_t budget_largest_file()
@@ -62,14 +52,12 @@ uint64_t budget_largest_file()
 budget_share::budget_share(memory_budget *budget, uint64_t bytes) : budget_(budget), bytes_(bytes)
 {
     while (!try_use(budget_, bytes_))
-        OS_wait_for_event(budget_->room_made);
+        budget_->room_made.wait();
 }
 
 budget_share::~budget_share()
 {
-    LPVOID handle = nullptr;
-    OS_mutex_open(budget_->identifier, nullptr, &handle);
+    const std::lock_guard inside(budget_->identifier);
     budget_->used -= bytes_;
-    OS_set_event(budget_->room_made);
-    OS_mutex_release(handle);
+    budget_->room_made.set();
 }

@@ -1,12 +1,12 @@
 // The memory that the files being read may take together, whatever the number of threads.
 #pragma once
 
-#include "foundation/types.h"
+#include "catalog_memory.h"
 
 struct memory_budget;
 
 // Null when there is no memory.
-memory_budget *budget_open(uint64_t tag);
+memory_budget *budget_open(memory_owner &owner);
 void budget_close(memory_budget *budget);
 
 // More than this for one file is not to be had: a quarter of the machine's memory.

@@ -1,6 +1,6 @@
 #include "module_file.h"
 
-#include "foundation/os.h"
+#include "foundation/foundation.hpp"
 
 #include <elf.h>
 #include <errno.h>
@@ -12,7 +12,7 @@
 namespace {
 
 struct module_file {
-    INT descriptor;
+    qv::file opened;
     uint64_t size;
     CHAR *reason;
 
@@ -30,8 +30,8 @@ struct module_file {
     bool holds(uint64_t offset, uint64_t count) const { return offset <= size && count <= size - offset; }
     bool read(uint64_t offset, LPVOID bytes, uint64_t count) const
     {
-        return holds(offset, count) &&
-               pread(descriptor, bytes, count, static_cast<off_t>(offset)) == static_cast<ssize_t>(count);
+        return holds(offset, count) && pread(opened.descriptor(), bytes, count, static_cast<off_t>(offset)) ==
+                                           static_cast<ssize_t>(count);
     }
 };
 
@@ -95,7 +95,7 @@ bool check_sections(const module_file &file, const Elf64_Ehdr &header)
 bool check_open_file(module_file &file)
 {
     struct stat facts = {};
-    if (fstat(file.descriptor, &facts) != 0)
+    if (fstat(file.opened.descriptor(), &facts) != 0)
         return file.refuse_with_platform_words("it cannot be read");
     if (!S_ISREG(facts.st_mode))
         return file.refuse("it is no regular file");
@@ -110,10 +110,6 @@ bool is_loadable_file(const CHAR *path, CHAR *reason)
 {
     OS_memset(reason, 0, MODULE_REASON_SIZE);
     // Without waiting: it may be a pipe.
-    module_file file = {OS_open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0), 0, reason};
-    if (file.descriptor < 0)
-        return file.refuse_with_platform_words("it cannot be opened");
-    const bool is_loadable = check_open_file(file);
-    OS_close(file.descriptor);
-    return is_loadable;
+    module_file file = {qv::file(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC), 0, reason};
+    return file.opened ? check_open_file(file) : file.refuse_with_platform_words("it cannot be opened");
 }

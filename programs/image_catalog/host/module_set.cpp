@@ -1,6 +1,5 @@
 #include "module_set.h"
 
-#include "catalog_memory.h"
 #include "module_file.h"
 
 #include <dlfcn.h>
@@ -10,17 +9,18 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <memory>
+
 struct companion_module {
-    bool is_tried;  // a module that could not be used is not tried again
-    LPVOID handle;
-    IMAGE_MODULE_READ read;
-    CHAR problem[MODULE_REASON_SIZE];
+    bool is_tried = false;  // a module that could not be used is not tried again
+    qv::loaded_module loaded{};
+    IMAGE_MODULE_READ read = nullptr;
+    CHAR problem[MODULE_REASON_SIZE] = "";
 };
 
 struct module_set {
-    uint64_t tag;
-    LPVOID section;  // guards what follows
-    companion_module modules[IMAGE_KIND_COUNT];
+    memory_section section;  // guards what follows
+    companion_module modules[IMAGE_KIND_COUNT] = {};
 };
 
 namespace {
@@ -43,19 +43,19 @@ void find_own_folder(CHAR *folder, uint64_t size)
 
 // Where the module is: beside the executable, as it is built, or else in the folder it is installed to, which
 // is known relative to the executable's. Null when there is no memory, or no such folder.
-const CHAR *find_module(uint64_t tag, const CHAR *file_name)
+const CHAR *find_module(memory_owner &owner, const CHAR *file_name)
 {
     CHAR folder[PATH_MAX];
     find_own_folder(folder, sizeof folder);
     // A bare name would be searched for in the system's folders.
     if (folder[0] == '\0')
         return nullptr;
-    const CHAR *beside = memory_path(tag, folder, file_name);
+    const CHAR *beside = memory_path(owner, folder, file_name);
     if (beside == nullptr || access(beside, F_OK) == 0)
         return beside;
-    const CHAR *installed_folder = memory_path(tag, folder, IMAGE_CATALOG_MODULE_FOLDER);
+    const CHAR *installed_folder = memory_path(owner, folder, IMAGE_CATALOG_MODULE_FOLDER);
     const CHAR *installed =
-        installed_folder != nullptr ? memory_path(tag, installed_folder, file_name) : nullptr;
+        installed_folder != nullptr ? memory_path(owner, installed_folder, file_name) : nullptr;
     return installed != nullptr && access(installed, F_OK) == 0 ? installed : beside;
 }
 
@@ -75,26 +75,24 @@ bool refuse_with_loader_words(companion_module &module, const CHAR *path)
  * its first call. So the loader is asked for all of them first; the library then gets the same module. */
 bool load(companion_module &module, const CHAR *path)
 {
-    LPVOID complete = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (complete == nullptr)
-        return refuse_with_loader_words(module, path);
-    module.handle = OS_sys_module_load(path);
-    dlclose(complete);
-    return module.handle != nullptr || refuse_with_loader_words(module, path);
+    const auto complete = qv::loaded_module::adopt(dlopen(path, RTLD_NOW | RTLD_LOCAL));
+    if (complete)
+        module.loaded = qv::loaded_module(path);
+    return module.loaded || refuse_with_loader_words(module, path);
 }
 
 // A symbol of the module itself, and not of what it was linked with, of the type and at least the size
 // wanted; null with a problem.
 LPVOID find_symbol(companion_module &module, const CHAR *name, INT type, uint64_t size)
 {
-    LPVOID address = OS_sys_sym_get(module.handle, name);
+    LPVOID address = module.loaded.symbol<void>(name);
     Dl_info place = {};
     const Elf64_Sym *symbol = nullptr;
     link_map *object = nullptr;
     if (address == nullptr ||
         dladdr1(address, &place, reinterpret_cast<void **>(const_cast<Elf64_Sym **>(&symbol)),
                 RTLD_DL_SYMENT) == 0 ||
-        dlinfo(module.handle, RTLD_DI_LINKMAP, &object) != 0 || symbol == nullptr ||
+        dlinfo(module.loaded.handle(), RTLD_DI_LINKMAP, &object) != 0 || symbol == nullptr ||
         reinterpret_cast<uintptr_t>(place.dli_fbase) != object->l_addr) {
         OS_sprintf(module.problem, "it does not export %s", name);
         return nullptr;
@@ -136,41 +134,35 @@ void use_module(companion_module &module, image_kind kind)
 {
     CHAR file_name[MODULE_FILE_NAME_SIZE];
     module_file_name(kind, file_name);
-    const uint64_t tag = memory_tag();
-    const CHAR *path = find_module(tag, file_name);
+    memory_owner owner;
+    const CHAR *path = find_module(owner, file_name);
     if (path == nullptr)
         refuse(module, "this program cannot tell where it is");
     else if (is_loadable_file(path, module.problem) && load(module, path) && check_identity(module, kind))
         module.read =
             reinterpret_cast<IMAGE_MODULE_READ>(find_symbol(module, IMAGE_MODULE_FUNCTION, STT_FUNC, 0));
-    memory_free_all(tag);
     make_printable(module.problem);
 }
 
 }  // namespace
 
-module_set *modules_open(uint64_t tag)
+module_set *modules_open(memory_owner &owner)
 {
-    auto *modules = static_cast<module_set *>(memory_alloc(tag, sizeof(module_set)));
-    if (modules == nullptr)
-        return nullptr;
-    OS_memset(modules, 0, sizeof(module_set));
-    modules->tag = tag;
-    modules->section = memory_section(tag);
-    return modules->section != nullptr ? modules : nullptr;
+    auto *modules = owner.make<module_set>(memory_section(owner.tag()));
+    if (modules == nullptr || modules->section)
+        return modules;
+    modules_close(modules);
+    return nullptr;
 }
 
 void modules_close(module_set *modules)
 {
-    for (companion_module &module : modules->modules)
-        if (module.handle != nullptr)
-            OS_sys_module_unload(module.handle);
-    memory_section_free(modules->tag, modules->section);
+    std::destroy_at(modules);
 }
 
 IMAGE_MODULE_READ modules_reader(module_set *modules, image_kind kind)
 {
-    const inside_section inside(modules->section);
+    const std::lock_guard inside(modules->section);
     companion_module &module = modules->modules[kind];
     if (!module.is_tried)
         use_module(module, kind);

@@ -1,14 +1,15 @@
 // The companion modules, each loaded when the first file of its kind turns up.
 #pragma once
 
+#include "catalog_memory.h"
 #include "image_kind.h"
 #include "image_module.h"
 
 struct module_set;
 
 // Null when there is no memory.
-module_set *modules_open(uint64_t tag);
-// Unload what was loaded. The set itself goes with its tag.
+module_set *modules_open(memory_owner &owner);
+// Unload what was loaded. The set's memory goes with its owner.
 void modules_close(module_set *modules);
 
 // The reading function of the module for `kind`; null when it is not to be had.

@@ -224,8 +224,8 @@ void put_totals(text_output &output, const report_source &source)
 
 bool report_json(const report_source &source)
 {
-    const uint64_t tag = memory_tag();
-    auto *printable = static_cast<CHAR *>(memory_alloc(tag, cell_size(source.files)));
+    memory_owner owner;
+    auto *printable = static_cast<CHAR *>(owner.alloc(cell_size(source.files)));
     if (printable == nullptr)
         return false;
     text_output output;
@@ -236,6 +236,5 @@ bool report_json(const report_source &source)
     put_kinds(output, source);
     put_totals(output, source);
     output_text(output, "\n}\n");
-    memory_free_all(tag);
     return output_flush(output);
 }

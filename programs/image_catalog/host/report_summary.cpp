@@ -92,8 +92,8 @@ void report_module(const module_set *modules, image_kind kind, uint64_t images)
 
 bool report_problems(const report_source &source)
 {
-    const uint64_t tag = memory_tag();
-    auto *path = static_cast<CHAR *>(memory_alloc(tag, cell_size(source.files)));
+    memory_owner owner;
+    auto *path = static_cast<CHAR *>(owner.alloc(cell_size(source.files)));
     for (uint64_t row = 0; path != nullptr && row < catalogue_size(source.files); ++row) {
         const catalogue_entry &entry = catalogue_at(source.files, row);
         if (entry.problem == nullptr)
@@ -101,7 +101,6 @@ bool report_problems(const report_source &source)
         printable_text(entry.path, path);
         OS_message_box(path, entry.problem);
     }
-    memory_free_all(tag);
     for (image_kind kind = 0; kind < IMAGE_KIND_COUNT; ++kind)
         if (modules_problem(source.modules, kind) != nullptr)
             report_module(source.modules, kind, catalogue_count(source.files).kinds[kind].without_module);

@@ -91,8 +91,8 @@ bool report_table(const report_source &source, const options &given)
     const uint64_t count = catalogue_size(source.files);
     if (count == 0)
         return true;
-    const uint64_t tag = memory_tag();
-    auto *cell = static_cast<CHAR *>(memory_alloc(tag, cell_size(source.files)));
+    memory_owner owner;
+    auto *cell = static_cast<CHAR *>(owner.alloc(cell_size(source.files)));
     if (cell == nullptr)
         return false;
     table sheet = {};
@@ -101,6 +101,5 @@ bool report_table(const report_source &source, const options &given)
     put_head(sheet);
     for (uint64_t row = 0; row < count; ++row)
         put_row(sheet, catalogue_at(source.files, row), cell);
-    memory_free_all(tag);
     return output_flush(sheet.output);
 }

@@ -1,31 +1,32 @@
 #include "work_crew.h"
 
-#include "catalog_memory.h"
 #include "interrupt.h"
 #include "progress.h"
 
 #include <pthread.h>
 
+#include <memory>
+
 /* A worker that finds no entry resets `work_ready` and waits for it; whoever publishes entries or completes
  * the list sets it. Both happen inside the section, so no signal is lost between the look and the reset. The
  * last worker to leave a complete list sets `all_done`. */
 struct work_crew {
-    uint64_t tag;
+    memory_owner &owner;
     image_reader reader;
-    LPVOID work_ready;
-    LPVOID all_done;
     uint64_t jobs;
-    pthread_t *threads;
-    uint64_t thread_count;
+    qv::event work_ready{};
+    qv::event all_done{};
+    pthread_t *threads = nullptr;
+    uint64_t thread_count = 0;
 
-    LPVOID section;      // guards what follows
-    uint64_t published;  // entries of the catalogue, from the first on
-    uint64_t next;       // the first that nobody has taken
-    uint64_t done;
-    bool is_ready;     // `work_ready` is set
-    bool is_complete;  // no more will be published
-    uint64_t workers;  // that have not left yet
-    progress display;
+    memory_section section{owner.tag()};  // guards what follows
+    uint64_t published = 0;               // entries of the catalogue, from the first on
+    uint64_t next = 0;                    // the first that nobody has taken
+    uint64_t done = 0;
+    bool is_ready = false;     // `work_ready` is set
+    bool is_complete = false;  // no more will be published
+    uint64_t workers = 0;      // that have not left yet
+    progress display = {};
 };
 
 namespace {
@@ -33,20 +34,20 @@ namespace {
 void set_ready(work_crew *crew)
 {
     if (!crew->is_ready)
-        OS_set_event(crew->work_ready);
+        crew->work_ready.set();
     crew->is_ready = true;
 }
 
 // The next entry. Null: there is none at the moment, or, when `is_over`, none any more.
 catalogue_entry *try_take(work_crew *crew, bool &is_over)
 {
-    const inside_section inside(crew->section);
+    const std::lock_guard inside(crew->section);
     is_over = false;
     if (crew->next < crew->published && !is_interrupted())
         return catalogue_taken(crew->reader.files, crew->next++);
     is_over = crew->is_complete;
     if (!is_over) {
-        OS_reset_event(crew->work_ready);
+        crew->work_ready.reset();
         crew->is_ready = false;
     }
     return nullptr;
@@ -59,29 +60,29 @@ catalogue_entry *wait_and_take(work_crew *crew)
         catalogue_entry *entry = try_take(crew, is_over);
         if (entry != nullptr || is_over)
             return entry;
-        OS_wait_for_event(crew->work_ready);
+        crew->work_ready.wait();
     }
 }
 
 void count_done(work_crew *crew)
 {
-    const inside_section inside(crew->section);
+    const std::lock_guard inside(crew->section);
     ++crew->done;
     progress_update(crew->display, crew->done, crew->published, crew->is_complete);
 }
 
 void enter_work(work_crew *crew)
 {
-    const inside_section inside(crew->section);
+    const std::lock_guard inside(crew->section);
     ++crew->workers;
 }
 
 void leave_work(work_crew *crew)
 {
-    const inside_section inside(crew->section);
+    const std::lock_guard inside(crew->section);
     --crew->workers;
     if (crew->workers == 0 && crew->is_complete)
-        OS_set_event(crew->all_done);
+        crew->all_done.set();
 }
 
 void do_work(work_crew *crew)
@@ -104,7 +105,7 @@ extern "C" void *run_worker(void *crew)
 void start_threads(work_crew *crew)
 {
     const interrupts_blocked blocked;
-    crew->threads = static_cast<pthread_t *>(memory_alloc(crew->tag, crew->jobs * sizeof(pthread_t)));
+    crew->threads = static_cast<pthread_t *>(crew->owner.alloc(crew->jobs * sizeof(pthread_t)));
     for (uint64_t i = 0; crew->threads != nullptr && i < crew->jobs; ++i) {
         enter_work(crew);
         if (pthread_create(&crew->threads[i], nullptr, run_worker, crew) != 0) {
@@ -115,34 +116,15 @@ void start_threads(work_crew *crew)
     }
 }
 
-bool create_objects(work_crew *crew)
-{
-    crew->section = memory_section(crew->tag);
-    return crew->section != nullptr && OS_create_event(&crew->work_ready, 0, nullptr) != 0 &&
-           OS_create_event(&crew->all_done, 0, nullptr) != 0;
-}
-
-void release_objects(work_crew *crew)
-{
-    OS_close_event(crew->work_ready);
-    OS_close_event(crew->all_done);
-    if (crew->section != nullptr)
-        memory_section_free(crew->tag, crew->section);
-}
-
 }  // namespace
 
-work_crew *crew_open(uint64_t tag, const image_reader &reader, uint64_t jobs)
+work_crew *crew_open(memory_owner &owner, const image_reader &reader, uint64_t jobs)
 {
-    auto *crew = static_cast<work_crew *>(memory_alloc(tag, sizeof(work_crew)));
+    auto *crew = owner.make<work_crew>(owner, reader, jobs);
     if (crew == nullptr)
         return nullptr;
-    *crew = {};
-    crew->tag = tag;
-    crew->reader = reader;
-    crew->jobs = jobs;
-    if (!create_objects(crew)) {
-        release_objects(crew);
+    if (!crew->section || !crew->work_ready || !crew->all_done) {
+        std::destroy_at(crew);
         return nullptr;
     }
     progress_open(crew->display);
@@ -154,7 +136,7 @@ work_crew *crew_open(uint64_t tag, const image_reader &reader, uint64_t jobs)
 void crew_publish(work_crew *crew)
 {
     const uint64_t added = catalogue_added(crew->reader.files);
-    const inside_section inside(crew->section);
+    const std::lock_guard inside(crew->section);
     crew->published = added;
     set_ready(crew);
 }
@@ -164,18 +146,18 @@ void crew_finish(work_crew *crew)
     if (crew->thread_count == 0)
         enter_work(crew);
     {
-        const inside_section inside(crew->section);
+        const std::lock_guard inside(crew->section);
         crew->published = catalogue_added(crew->reader.files);
         crew->is_complete = true;
         if (crew->workers == 0)
-            OS_set_event(crew->all_done);
+            crew->all_done.set();
         set_ready(crew);
     }
     if (crew->thread_count == 0)
         do_work(crew);
-    OS_wait_for_event(crew->all_done);
+    crew->all_done.wait();
     for (uint64_t i = 0; i < crew->thread_count; ++i)
         pthread_join(crew->threads[i], nullptr);
     progress_close(crew->display);
-    release_objects(crew);
+    std::destroy_at(crew);
 }

@@ -6,8 +6,8 @@
 struct work_crew;
 
 // `jobs` threads; with 1 the caller's thread does the work in crew_finish. Null when there is no memory.
-// Everything of the crew is under `tag` and goes with it.
-work_crew *crew_open(uint64_t tag, const image_reader &reader, uint64_t jobs);
+// Everything of the crew is the owner's.
+work_crew *crew_open(memory_owner &owner, const image_reader &reader, uint64_t jobs);
 
 // Entries were added to the catalogue and filled as far as the crew is not to do it: read those that are
 // pending.
