@@ -6,13 +6,15 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 namespace {
 
 std::string source_of(const std::string &example)
 {
-    return content_of(std::string(SOURCE_DIRECTORY) + "/examples/" + example + ".c");
+    const std::string path = std::string(SOURCE_DIRECTORY) + "/examples/" + example + ".c";
+    return content_of(std::filesystem::exists(path) ? path : path + "pp");
 }
 
 // The lines of the comment that ends a source: "/* Prints:", " * LINE"..., " */".
@@ -62,8 +64,8 @@ TEST_P(Example, PrintsWhatItsLastCommentSays)
 }
 
 INSTANTIATE_TEST_SUITE_P(Examples, Example,
-                         testing::Values("owners", "sorted_array", "work_queue", "host", "dates",
-                                         "checksums"),
+                         testing::Values("owners", "sorted_array", "work_queue", "host", "dates", "checksums",
+                                         "scopes"),
                          [](const auto &example) { return std::string(example.param); });
 
 TEST(ExampleHost, SaysSoWhenItsModuleIsNotThere)

@@ -127,10 +127,12 @@ TEST_F(Installation, IsNotNeededByAProjectThatFindsTheBuildFolder)
 TEST_F(Installation, ServesTheExamplesAsTheyStand)
 {
     const std::string examples = scratch->file("examples");
-    configure_and_build(
-        std::string(SOURCE_DIRECTORY) + "/examples", examples,
-        {"-DCMAKE_PREFIX_PATH=" + prefix(), "-DCMAKE_C_FLAGS=-Wall -Wextra -Wpedantic -Werror"});
-    for (const char *example : {"owners", "sorted_array", "work_queue", "host", "dates", "checksums"}) {
+    configure_and_build(std::string(SOURCE_DIRECTORY) + "/examples", examples,
+                        {"-DCMAKE_PREFIX_PATH=" + prefix(),
+                         "-DCMAKE_C_FLAGS=-Wall -Wextra -Wpedantic -Werror",
+                         "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror"});
+    for (const char *example :
+         {"owners", "sorted_array", "work_queue", "host", "dates", "checksums", "scopes"}) {
         const child_result result = run_built({examples + "/" + example, examples});
         EXPECT_TRUE(result.succeeded()) << example << ": " << result.describe();
     }
