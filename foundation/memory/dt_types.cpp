@@ -49,7 +49,7 @@ record_note *note_of_head(uint64_t tag)
 }
 
 // Tag 0 finds a vacant record of the table: its blocks are recorded there without claiming the record.
-noted_record find_record(uint64_t tag)
+[[gnu::always_inline]] inline noted_record find_record(uint64_t tag)
 {
     ZT_MEMM_TAG_RECORD *head = bucket_of(tag);
     if (head->tag == tag)
@@ -123,11 +123,10 @@ void remove_record(noted_record noted)
 
 // ---- Nodes and slots
 
-// The first slot that holds `block`. A null block finds the first vacant slot.
-slot_position find_slot(noted_record noted, LPVOID block)
+[[gnu::noinline]] slot_position find_slot_by_walking(noted_record noted, LPVOID block)
 {
     record_note *note = noted.note;
-    if (note->owner == 0 && is_due_to_become_long(*note))
+    if (is_due_to_become_long(*note))
         become_long_owner(noted.record, note);
     if (note->owner != 0)
         return find_slot_of_long_owner(note->owner, block);
@@ -149,12 +148,22 @@ slot_position find_slot(noted_record noted, LPVOID block)
     return found;
 }
 
-slot_position first_vacant_slot(noted_record noted)
+// The first slot that holds `block`. A null block finds the first vacant slot.
+[[gnu::always_inline]] inline slot_position find_slot(noted_record noted, LPVOID block)
 {
     if (noted.note->owner != 0)
-        return first_vacant_slot_of_long_owner(noted.note->owner);
-    for (ZT_MEMM_NODE *node = &noted.record->first_node; node != noted.note->full_from; node = node->next) {
-        // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): `full_from` is a node ahead, or the end
+        return find_slot_of_long_owner(noted.note->owner, block);
+    return find_slot_by_walking(noted, block);
+}
+
+// What is taken must be occupied next.
+slot_position take_vacant_slot(noted_record noted)
+{
+    if (noted.note->owner != 0)
+        return take_first_vacant_slot(owners[noted.note->owner]);
+    const ZT_MEMM_NODE *full_from = noted.note->full_from;
+    for (ZT_MEMM_NODE *node = &noted.record->first_node; node != nullptr && node != full_from;
+         node = node->next) {
         const uint32_t i = vacant_slot_of(*node);
         if (i < ZR_MEMM_NODE_SLOTS)
             return slot_at(node, i, NO_PLACE);
@@ -163,28 +172,27 @@ slot_position first_vacant_slot(noted_record noted)
 }
 
 // A new node in second place, when no other one offers a slot.
-[[gnu::noinline]] slot_position add_node_to_record(noted_record noted)
+[[gnu::noinline]] slot_position take_slot_of_new_node(noted_record noted)
 {
     auto *added = allocate_zeroed<ZT_MEMM_NODE>();
     if (added == nullptr)
         return {};
     link_in_second_place(&noted.record->first_node, added);
-    const uint32_t place = note_added_node(noted.note, added);
-    return slot_at(added, 0, place);
+    return take_slot_of_added_node(noted.note, added);
 }
 
 // Record a block under a tag; false, and nothing changed, when the bookkeeping cannot be had. A record
 // created here has a vacant slot of its own, so a failure for want of a node never leaves a new record.
-bool record_block(uint64_t tag, LPVOID block, uint64_t size)
+[[gnu::always_inline]] inline bool record_block(uint64_t tag, LPVOID block, uint64_t size)
 {
     noted_record noted = find_record(tag);
     if (noted.record == nullptr)
         noted = create_record(tag);
     if (noted.record == nullptr)
         return false;
-    slot_position position = first_vacant_slot(noted);
+    slot_position position = take_vacant_slot(noted);
     if (position.node == nullptr)
-        position = add_node_to_record(noted);
+        position = take_slot_of_new_node(noted);
     if (position.node == nullptr)
         return false;
     ++position.node->count;
@@ -217,7 +225,7 @@ void clear_slots(ZT_MEMM_NODE *node)
         remove_record(noted);
 }
 
-void clear_slot(noted_record noted, slot_position position)
+[[gnu::always_inline]] inline void clear_slot(noted_record noted, slot_position position)
 {
     note_vacated_slot(noted.note, position);
     position.slot() = {};

@@ -26,21 +26,22 @@ uint16_t unused_owner_number()
     return 0;
 }
 
-// How many runs a record needs: one for its inline node, and the others full but for the last.
-uint64_t runs_needed(const ZT_MEMM_TAG_RECORD &record)
+// Of the chain behind the inline node.
+uint64_t node_count_of(const ZT_MEMM_TAG_RECORD &record)
 {
     uint64_t node_count = 0;
     for (const ZT_MEMM_NODE *node = record.first_node.next; node != nullptr; node = node->next)
         ++node_count;
-    return 1 + (node_count + RUN_NODES - 1) / RUN_NODES;
+    return node_count;
 }
 
-// Make the record a long owner if there is room. Its nodes fill each run from the highest bit down, so that
-// nodes made later start a run of their own.
+// Make the record a long owner if there is room. Its nodes fill all runs but the first, which has the rest of
+// them and room for nodes made later.
 [[gnu::noinline]] void become_long_owner(ZT_MEMM_TAG_RECORD *record, record_note *note)
 {
     const uint16_t number = unused_owner_number();
-    const uint64_t run_count = runs_needed(*record);
+    const uint64_t node_count = node_count_of(*record);
+    const uint64_t run_count = node_count / CHAINED_NODES + 1;
     if (number == 0 || run_count > RUN_COUNT - 1 - runs_in_use) {
         note->long_lookups = NEVER_LONG;
         return;
@@ -49,16 +50,18 @@ uint64_t runs_needed(const ZT_MEMM_TAG_RECORD &record)
     note->full_from = nullptr;
     owners[number].record = record;
     for (uint64_t i = 0; i < run_count; ++i)
-        runs[add_run(number)].made = RUN_NODES;
+        runs[add_run(number)].made = CHAINED_NODES;
 
     uint32_t run = owners[number].first_run;
-    uint32_t index = 1;
-    for (ZT_MEMM_NODE *node = &record->first_node; node != nullptr; node = node->next) {
-        put_node(run * RUN_NODES + --index, node);
+    put_node(run * RUN_NODES + INLINE_INDEX, &record->first_node);
+    auto index = static_cast<uint32_t>(node_count % CHAINED_NODES);
+    runs[run].made = static_cast<uint16_t>(index);
+    for (ZT_MEMM_NODE *node = record->first_node.next; node != nullptr; node = node->next) {
         if (index == 0) {
             run = runs[run].next;
-            index = RUN_NODES;
+            index = CHAINED_NODES;
         }
+        put_node(run * RUN_NODES + --index, node);
     }
 }
 
@@ -99,42 +102,41 @@ bool is_due_to_become_long(const record_note &note)
 
 // ---- Lookups
 
-[[gnu::noinline]] slot_position find_along_chain(uint32_t owner_number, LPVOID block)
-{
-    slot_position found = {};
-    walk_places(owner_number, [&](uint32_t place) {
-        const uint32_t i = index_of_block(*node_at(place), block);
-        if (i == ZR_MEMM_NODE_SLOTS)
-            return false;
-        found = slot_at(node_at(place), i, place);
-        return true;
-    });
-    return found;
-}
-
 // What an entry names, if that is a slot of the owner which holds the block. A vacant entry names a place of
 // the run that is never used, and so nobody's.
 slot_position slot_behind(uint32_t entry, uint32_t owner_number, LPVOID block)
 {
     const uint32_t place = (entry & ~PRINT_MASK) >> PLACE_SHIFT;
     const uint32_t slot_index = entry & SLOT_MASK;
-    if (run_of(place).owner != owner_number || node_at(place)->slots[slot_index].block != block)
-        return {};
-    return slot_at(node_at(place), slot_index, place);
+    if (run_of(place).owner == owner_number && nodes[place]->slots[slot_index].block == block) [[likely]]
+        return slot_at(nodes[place], slot_index, place);
+    return {};
+}
+
+slot_position find_along_chain(uint32_t owner_number, LPVOID block)
+{
+    slot_position found = {};
+    walk_places(owner_number, [&](uint32_t place) {
+        const uint32_t i = index_of_block(*nodes[place], block);
+        if (i == ZR_MEMM_NODE_SLOTS)
+            return false;
+        found = slot_at(nodes[place], i, place);
+        return true;
+    });
+    return found;
 }
 
 // Of two slots of one owner: does a search meet the first one first?
-bool is_earlier(slot_position position, slot_position other)
+bool is_earlier(const slot_position &position, const slot_position &other)
 {
+    if (position.place == other.place)
+        return position.slot_index < other.slot_index;
     const node_run &run = run_of(position.place);
     const node_run &other_run = run_of(other.place);
-    if (&run != &other_run)
-        return run.rank > other_run.rank;
-    return position.place != other.place ? position.place > other.place
-                                         : position.slot_index < other.slot_index;
+    return &run != &other_run ? run.rank > other_run.rank : position.place > other.place;
 }
 
-[[gnu::noinline]] slot_position first_of_all_matches(uint32_t owner_number, LPVOID block, line_key key)
+slot_position first_of_all_matches(uint32_t owner_number, LPVOID block, line_key key)
 {
     slot_position first = {};
     for (uint32_t distance = 0; distance <= lines[key.home].reach(); ++distance) {
@@ -148,37 +150,39 @@ bool is_earlier(slot_position position, slot_position other)
     return first;
 }
 
-// The first slot of a long owner that holds `block`. Null has no entries: vacant slots are found by a walk.
-slot_position find_slot_of_long_owner(uint32_t owner_number, LPVOID block)
+// Where one look at a block's own entry does not tell. Null has no entries: vacant slots are found by a walk.
+[[gnu::noinline]] slot_position find_slot_elsewhere(uint32_t owner_number, LPVOID block)
+{
+    const line_key key = key_of(owner_number, block);
+    if (block == nullptr || lines[key.home].lost() != 0)
+        return find_along_chain(owner_number, block);
+    return first_of_all_matches(owner_number, block, key);
+}
+
+// The first slot of a long owner that holds `block`. Inline like all that every allocation or release passes:
+// the positions handed on stay in registers.
+[[gnu::always_inline]] inline slot_position find_slot_of_long_owner(uint32_t owner_number, LPVOID block)
 {
     const line_key key = key_of(owner_number, block);
     const block_line &home = lines[key.home];
-    if (block == nullptr || home.lost() != 0)
-        return find_along_chain(owner_number, block);
-    const uint32_t matches = matching_entries(home, key.print, PRINT_MASK);
-    const bool is_one_or_none = (matches & (matches - 1)) == 0;
-    if (!home.has_all_at_home() || !is_one_or_none)
-        return first_of_all_matches(owner_number, block, key);
-    if (matches == 0)
-        return {};
-    const uint32_t index = lowest_bit(matches);
-    slot_position match = slot_behind(home.entries[index], owner_number, block);
-    match.entry_index = static_cast<uint16_t>(index);
-    return match;
+    if (block == nullptr || !home.has_all_at_own_entries())
+        return find_slot_elsewhere(owner_number, block);
+    slot_position found = slot_behind(home.entries[key.own], owner_number, block);
+    found.entry_index = key.home * LINE_WORDS + key.own;
+    return found;
 }
 
 // ---- What happens to slots and nodes
 
+// The slot has been taken already; now it holds its block.
 void note_occupied_slot(record_note *note, slot_position position)
 {
-    if (note->owner == 0)
-        return;
-    remember_block(note->owner, position.place, position.slot_index, position.slot().block);
-    note_taken_slot(position.place, position.slot_index);
+    if (note->owner != 0)
+        remember_block(note->owner, position.place, position.slot_index, position.slot().block);
 }
 
 // Before the slot is cleared. It may be vacant already, for null finds such a slot.
-void note_vacated_slot(record_note *note, slot_position position)
+[[gnu::always_inline]] inline void note_vacated_slot(record_note *note, slot_position position)
 {
     if (note->owner == 0) {
         if (position.place == BEHIND_FULL_FROM)
@@ -187,10 +191,10 @@ void note_vacated_slot(record_note *note, slot_position position)
     }
     LPVOID block = position.slot().block;
     if (position.entry_index != NOT_SEEN)
-        remove_entry(lines[key_of(note->owner, block).home], position.entry_index);
+        lines[position.entry_index / LINE_WORDS].entries[position.entry_index % LINE_WORDS] = 0;
     else if (block != nullptr)
         forget_block(note->owner, position.place, position.slot_index, block);
-    note_vacant_slot(position.place, position.slot_index);
+    note_vacant_slots(position.place, 1U << position.slot_index);
 }
 
 // A node's count has fallen to 0: it goes, or is cleared if inline, whatever its slots hold.
@@ -203,22 +207,20 @@ void note_empty_node(record_note *note, slot_position position)
         return;
     }
     forget_blocks_of_node(position.place);
-    for (uint32_t i = 0; i < ZR_MEMM_NODE_SLOTS; ++i)
-        note_vacant_slot(position.place, i);
+    note_vacant_slots(position.place, (1U << ZR_MEMM_NODE_SLOTS) - 1);
 }
 
-// A node has been linked in second place because no other one offers a slot. Its place, if it gets one.
-uint32_t note_added_node(record_note *note, ZT_MEMM_NODE *added)
+// A node has been linked in second place because no other one offers a slot. Its first one, taken.
+slot_position take_slot_of_added_node(record_note *note, ZT_MEMM_NODE *added)
 {
     if (note->owner != 0) {
-        const uint32_t place = add_node(note->owner, added);
-        if (place != NO_PLACE)
-            return place;
+        if (add_node(note->owner, added))
+            return take_first_vacant_slot(owners[note->owner]);
         drop_long_owner(note);
         note->long_lookups = NEVER_LONG;
     }
     note->full_from = added->next;
-    return NO_PLACE;
+    return slot_at(added, 0, NO_PLACE);
 }
 
 }  // namespace

@@ -123,47 +123,48 @@ const record_note &note_of_owner(uint32_t number)
     return notes_of_heads[record - heap.buckets];
 }
 
-uint32_t vacant_slots_of(const ZT_MEMM_NODE &node)
+uint32_t slots_without_block(const ZT_MEMM_NODE &node)
 {
-    uint32_t vacant_slots = 0;
+    uint32_t slots = 0;
     for (uint32_t i = 0; i < ZR_MEMM_NODE_SLOTS; ++i)
         if (node.slots[i].block == nullptr)
-            vacant_slots |= 1U << i;
-    return vacant_slots;
+            slots |= 1U << i;
+    return slots;
 }
 
 const char *violated_in_place(uint32_t number, uint32_t place)
 {
     const node_run &run = run_of(place);
-    const uint32_t vacant_slots = vacant_slots_of(*node_at(place));
-    const bool has_vacant_bit = (run.vacant & bit_of(place)) != 0;
-    const bool is_offering = node_at(place)->count < ZR_MEMM_NODE_SLOTS;
-    const bool is_inline = node_at(place)->previous == nullptr;
+    const uint32_t without_block = slots_without_block(*nodes[place]);
+    const bool is_inline = nodes[place]->previous == nullptr;
+    const bool is_offering = nodes[place]->count < ZR_MEMM_NODE_SLOTS;
     QV_EQUATION(run.owner == number);
-    QV_EQUATION(run.vacant_slots[place % RUN_NODES] == vacant_slots);
-    QV_EQUATION(has_vacant_bit == (vacant_slots != 0) || (is_inline && !is_offering && !has_vacant_bit));
-    QV_EQUATION(vacant_slots == 0 || is_offering || is_inline);
+    QV_EQUATION(is_inline == (place == owners[number].first_run * RUN_NODES + INLINE_INDEX));
+    QV_EQUATION(is_offering || is_inline || without_block == 0);
+    QV_EQUATION((vacant_slots[place] & ~without_block) == 0);
+    QV_EQUATION(vacant_slots[place] == without_block || !is_offering);
+    QV_EQUATION(((run.vacant & bit_of(place)) != 0) == (vacant_slots[place] != 0));
     return nullptr;
 }
 
 const char *violated_in_runs(uint32_t number, uint32_t *run_count)
 {
     const long_owner &owner = owners[number];
-    uint32_t vacant_nodes = 0;
-    bool is_vacant_run_reached = false;
+    uint32_t vacant_run = owner.vacant_run;
     uint32_t previous = 0;
     for (uint32_t i = owner.first_run; i != 0; i = runs[i].next) {
         const node_run &run = runs[i];
         QV_EQUATION(run.previous == previous && run.owner == number && run.live != 0);
-        QV_EQUATION(previous == 0 ? run.rank == FIRST_RANK : run.rank < runs[previous].rank);
+        QV_EQUATION(previous == 0 || run.rank < runs[previous].rank);
         QV_EQUATION((run.vacant & ~run.live) == 0);
-        is_vacant_run_reached |= i == owner.vacant_run;
-        QV_EQUATION(is_vacant_run_reached || run.vacant == 0);
-        vacant_nodes += static_cast<uint32_t>(__builtin_popcount(run.vacant));
+        QV_EQUATION((run.live & ~(node_set{previous == 0} << INLINE_INDEX)) >> run.made == 0);
+        QV_EQUATION((run.vacant != 0) == (i == vacant_run));
+        if (run.vacant != 0)
+            vacant_run = run.next_vacant;
         previous = i;
         ++*run_count;
     }
-    QV_EQUATION(owner.vacant_nodes == vacant_nodes);
+    QV_EQUATION(vacant_run == 0);
     return nullptr;
 }
 
@@ -174,14 +175,16 @@ const char *violated_in_owner(uint32_t number, uint32_t *run_count)
     const ZT_MEMM_NODE *node = &owners[number].record->first_node;
     bool is_order_of_chain = true;
     walk_places(number, [&](uint32_t place) {
-        is_order_of_chain = node == node_at(place);
+        is_order_of_chain = node == nodes[place];
         if (is_order_of_chain)
             node = node->next;
         violated = violated_in_place(number, place);
         return violated != nullptr || !is_order_of_chain;
     });
-    QV_EQUATION(is_order_of_chain && (node == nullptr || violated != nullptr));
-    return violated != nullptr ? violated : violated_in_runs(number, run_count);
+    if (violated != nullptr)
+        return violated;
+    QV_EQUATION(is_order_of_chain && node == nullptr);
+    return violated_in_runs(number, run_count);
 }
 
 const char *violated_in_owners()
@@ -204,8 +207,7 @@ const char *violated_in_owners()
 // ---- Lines
 
 struct line_tally {
-    uint32_t at_home;  // entries of blocks that have their home here
-    uint32_t away;
+    uint32_t displaced;  // entries of blocks that have their home here
     uint32_t lost;
     uint32_t used;  // entries in this line
 };
@@ -213,8 +215,8 @@ line_tally tallies[LINE_COUNT];
 
 bool has_entry(const block_line &line, uint32_t entry)
 {
-    for (uint32_t i = 0; i < line.used(); ++i)
-        if (line.entries[i] == entry)
+    for (const uint32_t each : line.entries)
+        if (each == entry)
             return true;
     return false;
 }
@@ -222,11 +224,16 @@ bool has_entry(const block_line &line, uint32_t entry)
 void tally_slot(uint32_t number, uint32_t place, uint32_t slot_index, LPVOID block)
 {
     const line_key key = key_of(number, block);
+    const uint32_t entry = entry_for(key, place, slot_index);
     line_tally &home = tallies[key.home];
+    if (lines[key.home].entries[key.own] == entry) {
+        ++home.used;
+        return;
+    }
     for (uint32_t distance = 0; distance <= lines[key.home].reach(); ++distance) {
-        if (!has_entry(line_behind(key.home, distance), entry_for(key, place, slot_index)))
+        if (!has_entry(line_behind(key.home, distance), entry))
             continue;
-        ++(distance == 0 ? home.at_home : home.away);
+        ++home.displaced;
         ++tallies[(key.home + distance) % LINE_COUNT].used;
         return;
     }
@@ -241,7 +248,7 @@ const char *violated_in_lines()
         if (owners[number].record == nullptr)
             continue;
         walk_places(number, [&](uint32_t place) {
-            const ZT_MEMM_NODE &node = *node_at(place);
+            const ZT_MEMM_NODE &node = *nodes[place];
             for (uint32_t i = 0; i < ZR_MEMM_NODE_SLOTS; ++i)
                 if (node.slots[i].block != nullptr)
                     tally_slot(number, place, i, node.slots[i].block);
@@ -249,12 +256,13 @@ const char *violated_in_lines()
         });
     }
     for (uint32_t i = 0; i < LINE_COUNT; ++i) {
-        QV_EQUATION(lines[i].used() == tallies[i].used);
-        QV_EQUATION(lines[i].away() == tallies[i].away);
+        uint32_t used = 0;
+        for (const uint32_t entry : lines[i].entries)
+            used += entry != 0;
+        QV_EQUATION(used == tallies[i].used);
+        QV_EQUATION(lines[i].displaced() == tallies[i].displaced);
         QV_EQUATION(lines[i].lost() == tallies[i].lost);
-        QV_EQUATION(lines[i].reach() == 0 || lines[i].away() != 0);
-        for (uint32_t entry = lines[i].used(); entry < LINE_ENTRIES; ++entry)
-            QV_EQUATION(lines[i].entries[entry] == 0);
+        QV_EQUATION(lines[i].reach() == 0 || lines[i].displaced() != 0);
     }
     return nullptr;
 }

@@ -93,8 +93,9 @@ public:
     // What the tables were seen to hold at the checks: a storm that never gets there proves nothing.
     struct sights {
         uint32_t most_runs = 0;
-        bool is_long_owner = false;
+        uint32_t most_long_owners = 0;
         bool is_inline_of_long_owner_vacant = false;
+        bool is_entry_displaced = false;
         bool is_entry_away = false;
         bool is_entry_lost = false;
         bool is_owner_refused = false;
@@ -209,13 +210,16 @@ private:
     void look_around()
     {
         seen.most_runs = std::max(seen.most_runs, runs_in_use);
+        uint32_t long_owners = 0;
         for (const long_owner &owner : owners) {
-            seen.is_long_owner |= owner.record != nullptr;
+            long_owners += owner.record != nullptr;
             seen.is_inline_of_long_owner_vacant |=
-                owner.record != nullptr && runs[owner.first_run].vacant != 0;
+                owner.record != nullptr && vacant_slots[owner.first_run * RUN_NODES + INLINE_INDEX] != 0;
         }
+        seen.most_long_owners = std::max(seen.most_long_owners, long_owners);
         for (const block_line &line : lines) {
-            seen.is_entry_away |= line.away() != 0;
+            seen.is_entry_displaced |= line.displaced() != 0;
+            seen.is_entry_away |= line.reach() != 0;
             seen.is_entry_lost |= line.lost() != 0;
         }
         for (const record_note &cell : cells) {

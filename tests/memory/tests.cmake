@@ -31,5 +31,8 @@ qv_add_test(dt_types_array_test
 foreach(size installed tiny)
     qv_add_test(dt_types_lookaside_${size}_test memory/dt_types_lookaside_test.cpp ONE_PROCESS)
     qv_count_as_library(dt_types_lookaside_${size}_test)
+    qv_add_test(dt_types_lookaside_order_${size}_test memory/dt_types_lookaside_order_test.cpp ONE_PROCESS)
+    qv_count_as_library(dt_types_lookaside_order_${size}_test)
 endforeach()
 target_compile_definitions(dt_types_lookaside_tiny_test PRIVATE QV_TINY_LOOKASIDE)
+target_compile_definitions(dt_types_lookaside_order_tiny_test PRIVATE QV_TINY_LOOKASIDE)
