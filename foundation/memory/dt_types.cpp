@@ -235,8 +235,12 @@ void clear_slots(ZT_MEMM_NODE *node)
 
 // ---- Releasing many blocks
 
+// The heap looks at each block that it is given back. Asking for all of them at once, the first is waited for
+// and the others come meanwhile.
 LONG release_blocks_of_node(const ZT_MEMM_NODE &node)
 {
+    for (const ZT_MEMM_SLOT &slot : node.slots)
+        __builtin_prefetch(slot.block);
     LONG released = 0;
     for (const ZT_MEMM_SLOT &slot : node.slots) {
         if (slot.block != nullptr) {
