@@ -32,3 +32,14 @@ foreach(directory LIBDIR INCLUDEDIR)
 endforeach()
 configure_file(cmake/QVfoundation17.pc.in QVfoundation17.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/QVfoundation17.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The gdb extension. gdb loads it by itself with the library when it lies under a folder of gdb's own,
+# share/gdb/auto-load, at the path of the library. That path, like the prefix, is known only when it is installed.
+install(CODE "
+    set(library_folder \"${CMAKE_INSTALL_LIBDIR}\")
+    get_filename_component(library_folder \"\${library_folder}\" REALPATH BASE_DIR \"\${CMAKE_INSTALL_PREFIX}\")
+    file(INSTALL
+        \"${PROJECT_SOURCE_DIR}/programs/gdb/libQVfoundation17.so-gdb.py\"
+        \"${PROJECT_SOURCE_DIR}/programs/gdb/qvfoundation17_gdb\"
+        DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATAROOTDIR}/gdb/auto-load\${library_folder}\"
+        FILES_MATCHING PATTERN \"*.py\")")

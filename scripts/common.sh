@@ -57,6 +57,7 @@ test_packages=(
     imagemagick python3              # what the catalogue's output is compared with
     nlohmann-json3-dev               # reads the catalogue's JSON
     pkg-config binutils              # consumers of the installed library; a look into its symbol tables
+    gdb                              # loads the library's commands
 )
 bench_packages=(
     libbenchmark-dev python3-matplotlib                             # the benchmark framework; plots

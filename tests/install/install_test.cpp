@@ -78,7 +78,7 @@ std::string Installation::day_before_build, Installation::day_after_build;
 
 }  // namespace
 
-TEST_F(Installation, IsTheLibraryTheHeadersTheTwoPackageDescriptionsAndTheLicence)
+TEST_F(Installation, IsTheLibraryTheHeadersTheTwoPackageDescriptionsTheGdbExtensionAndTheLicence)
 {
     std::set<std::string> expected = {
         "lib/libQVfoundation17.so",
@@ -91,6 +91,11 @@ TEST_F(Installation, IsTheLibraryTheHeadersTheTwoPackageDescriptionsAndTheLicenc
     };
     for (const std::string &header : files_below(std::string(SOURCE_DIRECTORY) + "/include"))
         expected.insert("include/" + header);
+    // gdb looks for it at the path that the library was installed to.
+    const std::string gdb_folder =
+        "share/gdb/auto-load" + std::filesystem::canonical(scratch->path()).string() + "/first/lib/";
+    for (const std::string &file : files_below(std::string(SOURCE_DIRECTORY) + "/programs/gdb"))
+        expected.insert(gdb_folder + file);
     EXPECT_EQ(files_below(prefix()), expected);
 }
 

@@ -60,3 +60,22 @@ foreach(fault leaks lacks_function lacks_identity data_for_function function_for
     target_compile_definitions(image_catalog_test PRIVATE
         MODULE_THAT_${fault_name}="$<TARGET_FILE:module_that_${fault}>")
 endforeach()
+
+# The gdb extension, with real gdb. The host is built to be debugged.
+find_package(Threads REQUIRED)
+add_executable(gdb_host programs/gdb/host.cpp)
+target_compile_options(gdb_host PRIVATE -g -O0 -U_FORTIFY_SOURCE)
+target_link_libraries(gdb_host PRIVATE QV::foundation qv_build_flags Threads::Threads)
+qv_add_test(gdb_test
+    programs/gdb/damage_test.cpp
+    programs/gdb/gdb_fixture.cpp
+    programs/gdb/host_targets.cpp
+    programs/gdb/looks_test.cpp
+    programs/gdb/standing_process.cpp
+    programs/gdb/symbols_test.cpp
+    ONE_PROCESS)
+add_dependencies(gdb_test gdb_host)
+target_compile_definitions(gdb_test PRIVATE
+    GDB_HOST="$<TARGET_FILE:gdb_host>" OBJCOPY_PROGRAM="${CMAKE_OBJCOPY}")
+add_test(NAME gdb_table_test COMMAND python3 -B
+    ${CMAKE_CURRENT_SOURCE_DIR}/programs/gdb/table_test.py ${PROJECT_SOURCE_DIR}/programs/gdb/qvfoundation17_gdb)
