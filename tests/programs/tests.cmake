@@ -69,6 +69,7 @@ target_link_libraries(gdb_host PRIVATE QV::foundation qv_build_flags Threads::Th
 qv_add_test(gdb_test
     programs/gdb/damage_test.cpp
     programs/gdb/gdb_fixture.cpp
+    programs/gdb/guide_test.cpp
     programs/gdb/host_targets.cpp
     programs/gdb/looks_test.cpp
     programs/gdb/standing_process.cpp
