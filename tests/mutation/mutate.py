@@ -10,7 +10,8 @@
 
 Works on a copy of the project's HEAD under --work, built once with its tests; the project is only read. The test
 programs find the library by RUNPATH, so LD_LIBRARY_PATH puts a mutant in its place: a mutant costs a compilation,
-a link and its family's test programs. Each runs whole in one process up to the first failure. The case that fails
+a link and its family's test programs. A program that has the fault's source compiled into it is linked anew with
+the mutant of that, too. Each runs whole in one process up to the first failure. The case that fails
 must then fail alone too, as ctest runs it; if it does not, every case is run alone. Mutants of a private header
 meet tests built with the original.
 
@@ -84,23 +85,39 @@ class Workshop:
         self.copy_project()
         self.run_cmake("--preset", options.preset, "-DCMAKE_EXE_LINKER_FLAGS=-Wl,--enable-new-dtags")
         database = json.loads((self.build / "compile_commands.json").read_text())
-        self.compile_command = {os.path.relpath(e["file"], self.base): shlex.split(e["command"]) for e in database}
+        self.compile_command, self.private_copies = self.compile_commands(database)
         self.includes = {file: set(re.findall(r'^#include "(?:[^"]*/)?([^"/]+)"', (self.base / file).read_text(), re.M))
                          for file in files_of(self.base)}
         self.sources = [file for file in files_of(self.base) if file in self.compile_command]
         self.programs = self.test_programs(database)
         self.run_cmake("--build", self.build, "-j", str(options.jobs), "--target",
                        *(["all"] if needs_all_programs else self.programs_for(options.file)))
-        link = subprocess.run(["ninja", "-t", "commands", LIBRARY], cwd=self.build, check=True, text=True,
-                              capture_output=True).stdout.splitlines()[-1]
-        self.link_command = shlex.split(link.removeprefix(": && ").removesuffix(" && :"))
+        self.link_command = {out: self.link_command_of(out)
+                             for out in [LIBRARY, *(f"tests/{program}" for program in self.private_copies)]}
         self.slots = queue.Queue()
         for number in range(options.jobs):
             slot = self.work / f"{options.preset}-job{number}"
             shutil.rmtree(slot, ignore_errors=True)
             shutil.copytree(self.base / "foundation", slot / "foundation")
             self.slots.put(slot)
-        self.original = {source: self.compile(source, slot) for source in self.sources}
+
+    def compile_commands(self, database):
+        """By source: that of the library. By program and source: those of the library's sources in a program."""
+        commands, copies = {}, collections.defaultdict(dict)
+        for entry in database:
+            file, command = os.path.relpath(entry["file"], self.base), shlex.split(entry["command"])
+            program = re.match(r"tests/CMakeFiles/([^/]+)\.dir/", command[command.index("-o") + 1])
+            if program and file.startswith("foundation/"):
+                copies[program[1]][file] = command
+            else:
+                commands[file] = command
+        return commands, copies
+
+    def link_command_of(self, out):
+        """What ninja runs is ": && LINK && what follows"."""
+        commands = subprocess.run(["ninja", "-t", "commands", out], cwd=self.build, check=True, text=True,
+                                  capture_output=True).stdout.splitlines()
+        return shlex.split(commands[-1].split(" && ")[1])
 
     def test_programs(self, database):
         """By the folder under tests/ that their sources come from. What is built there without a main is none."""
@@ -149,21 +166,35 @@ class Workshop:
         if done.returncode != 0:
             sys.exit(done.stdout + done.stderr)
 
-    def compile(self, source, slot):
+    def compile(self, command, source, target, slot):
         """The hash of the object file, or None."""
-        target = slot / (source.replace("/", "_") + ".o")
-        command = [word for word in self.compile_command[source] if word != "-Werror"] + ["-w"]
-        command[command.index("-o") + 1] = str(target)
+        command = [word for word in command if word != "-Werror"] + ["-w"]
+        command[command.index("-o") + 1] = target
         command[command.index(str(self.base / source))] = str(slot / source)
         if self.call(command, self.build, {}, 60, 300)[0] != 0:
             return None
-        return hashlib.sha256(target.read_bytes()).hexdigest()
+        return hashlib.sha256(pathlib.Path(target).read_bytes()).hexdigest()
 
-    def link(self, sources, slot):
-        fresh = {f"CMakeFiles/foundation.dir/{s}.o": str(slot / (s.replace("/", "_") + ".o")) for s in sources}
-        command = [fresh.get(word, word) for word in self.link_command]
-        command[command.index("-o") + 1] = str(slot / LIBRARY)
-        return self.call(command, self.build, {}, 60, 300)[0] == 0
+    def rebuild(self, out, commands, sources, slot):
+        """Links `out` in the slot, with objects made there of these sources. Their hashes, or None."""
+        name = pathlib.PurePath(out).name
+        folder = slot / "objects" / name
+        folder.mkdir(parents=True, exist_ok=True)
+        fresh, hashes = {}, []
+        for source in sources:
+            command, target = commands[source], str(folder / (source.replace("/", "_") + ".o"))
+            fresh[command[command.index("-o") + 1]] = target
+            hashes.append(self.compile(command, source, target, slot))
+        link = [fresh.get(word, word) for word in self.link_command[out]]
+        link[link.index("-o") + 1] = str(slot / name)
+        return None if None in hashes or self.call(link, self.build, {}, 60, 300)[0] != 0 else hashes
+
+    def rebuild_programs(self, sources, slot):
+        """Those into which one of these sources is compiled. A program that cannot be linked is left out."""
+        for program, commands in self.private_copies.items():
+            (slot / program).unlink(missing_ok=True)
+            if copied := [source for source in sources if source in commands]:
+                self.rebuild(f"tests/{program}", commands, copied, slot)
 
     def call(self, command, folder, variables, cpu, wall, stop=None):
         """(status, case): 0 passed, "timeout", a negative signal, else failed. A line with `stop` ends the run."""
@@ -200,11 +231,15 @@ class Workshop:
         is_late = late.is_set() or (not failed and status == -signal.SIGXCPU)
         return "timeout" if is_late else "failed" if failed else status, case
 
-    def run_program(self, program, variables):
+    def path_of(self, program, slot):
+        """The program; where the slot has one with the mutant in it, that one."""
+        return slot / program if slot and (slot / program).exists() else self.tests / program
+
+    def run_program(self, program, variables, slot=None):
         """None when the program passes, otherwise (verdict, what failed)."""
         cpu, wall = self.cost.get(program, (100, 100))
         limits = {"cpu": max(5, int(5 * cpu)), "wall": max(45, 6 * wall), "stop": ": Failure"}
-        command = [str(self.tests / program)]
+        command = [str(self.path_of(program, slot))]
         if program.endswith("_test"):
             command += ["--gtest_fail_fast", "--gtest_also_run_disabled_tests"]
         status, case = self.call(command, self.tests, variables, **limits)
@@ -233,11 +268,13 @@ class Workshop:
         text = (self.base / row["file"]).read_text()
         mutant = text[:int(row["start"])] + json.loads(row["text"]) + text[int(row["end"]):]
         (slot / row["file"]).write_text(mutant)
-        hashes = [self.compile(source, slot) for source in self.sources_of(row)]
+        sources = self.sources_of(row)
+        hashes = self.rebuild(LIBRARY, self.compile_command, sources, slot)
+        is_same_code = hashes == [self.original[source] for source in sources]
+        if hashes and not is_same_code:
+            self.rebuild_programs(sources, slot)
         (slot / row["file"]).write_text(text)
-        if None in hashes or not self.link(self.sources_of(row), slot):
-            return "unbuildable"
-        return "same-code" if hashes == [self.original[source] for source in self.sources_of(row)] else None
+        return "same-code" if is_same_code else None if hashes else "unbuildable"
 
     def variables(self, slot):
         shutil.rmtree(slot / "tmp", ignore_errors=True)
@@ -248,7 +285,7 @@ class Workshop:
         slot = self.slots.get()
         verdict, killed_by = self.plant(row, slot) or "survived", ""
         for program in self.programs_of(row) if verdict == "survived" else []:
-            if outcome := self.run_program(program, self.variables(slot)):
+            if outcome := self.run_program(program, self.variables(slot), slot):
                 verdict, killed_by = outcome
                 break
         if self.options.preset != "release" and killed_by:
@@ -278,16 +315,16 @@ class Workshop:
     def check(self, programs):
         """Every program passes with the unchanged library put in its place; notes what that costs."""
         slot = self.slots.get()
-        self.original = {source: self.compile(source, slot) for source in self.sources}
-        self.link(self.sources, slot)
+        self.original = dict(zip(self.sources, self.rebuild(LIBRARY, self.compile_command, self.sources, slot)))
+        self.rebuild_programs(self.sources, slot)
         for program in programs:
             variables, before, start = self.variables(slot), os.times(), time.time()
-            outcome = self.run_program(program, variables)
+            outcome = self.run_program(program, variables, slot)
             after, wall = os.times(), time.time() - start
             cpu = after.children_user + after.children_system - before.children_user - before.children_system
             self.cost[program] = cpu, wall
             print(f"{program}: {cpu:.1f} s of processor time, {wall:.1f} s", flush=True)
-            loaded = subprocess.run([self.tests / program], capture_output=True, text=True,
+            loaded = subprocess.run([self.path_of(program, slot)], capture_output=True, text=True,
                                     env={**os.environ, **variables, "LD_TRACE_LOADED_OBJECTS": "1"}).stdout
             if outcome or str(slot / LIBRARY) not in loaded:
                 sys.exit(f"{program} does not pass without a mutant, or loads another library: {outcome}")
