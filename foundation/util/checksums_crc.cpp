@@ -32,9 +32,9 @@ const crc_kernel crc_kernels[] = {
 uint64_t calculate_by_table(const BYTE *bytes, uint64_t length)
 {
     uint64_t remainder = CRC_INITIAL;
-    for (uint64_t i = 0; i < length; ++i)
+    for (const BYTE *const end = bytes + length; bytes != end; ++bytes)
         remainder =
-            (remainder >> 8) ^ __atomic_load_n(&__crc_table[(remainder ^ bytes[i]) & 0xFF], __ATOMIC_RELAXED);
+            (remainder >> 8) ^ __atomic_load_n(&__crc_table[(remainder ^ *bytes) & 0xFF], __ATOMIC_RELAXED);
     return remainder ^ CRC_INITIAL;
 }
 

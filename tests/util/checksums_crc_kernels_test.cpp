@@ -148,7 +148,7 @@ TEST(CrcFolding, DerivesTheConstantsThatWerePublished)
 }
 
 // A first calculation may differ from the later ones in the kernel it takes, never in the result.
-TEST(CrcChoice, FirstAndLaterCalculationsAgree)
+TEST(CrcKernels, FirstAndLaterCalculationsAgree)
 {
     const std::vector<BYTE> bytes = random_bytes(5000);
     for (const uint64_t length : {0, 1, 15, 16, 63, 64, 1023, 1024, 5000}) {
