@@ -6,6 +6,7 @@
 
 #include "support/child_process.h"
 #include "support/guarded_bytes.h"
+#include "support/library_copy.h"
 #include "support/sanitizers.h"
 
 #include <gtest/gtest.h>
@@ -15,6 +16,8 @@
 #include <signal.h>
 #include <string.h>
 #include <sys/ucontext.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <iterator>
 #include <string>
@@ -101,6 +104,7 @@ struct observations {
 
 processor pretended;
 observations observed;
+void (*in_between)();  // null, or what else runs after every instruction
 
 // Whether the next instruction is a question. Then it is answered and passed over.
 bool answer_question(greg_t *registers)
@@ -142,11 +146,15 @@ void between_instructions(int, siginfo_t *info, void *context)
             observed.entered[observed.entries++] = &kernel;
     while (answer_question(registers))
         continue;
+    if (in_between != nullptr)
+        in_between();
 }
 
-template <typename Call> observations observe(const processor &pretend, Call call)
+template <typename Call>
+observations observe(const processor &pretend, Call call, void (*and_between)() = nullptr)
 {
     pretended = pretend;
+    in_between = and_between;
     observed = {};
     struct sigaction action = {}, before = {};
     action.sa_sigaction = between_instructions;
@@ -274,4 +282,57 @@ TEST_F(CrcChoice, LeavesPartsOfABlockAtTheEndOfAPageToTheNarrowerKernel)
         EXPECT_EQ(kernels_for(calculate_by_avx512, page.end() - 4096, length), (names{"avx512"})) << length;
     }
     EXPECT_EQ(kernels_for(calculate_by_avx512, page.end() - 64, 64), (names{"avx512"}));
+}
+
+// ---- Several threads, of which one stands still
+
+namespace {
+
+uint64_t (*calculate_elsewhere)(const void *, uint64_t);
+unsigned calculations, wrong_calculations;
+
+void calculate_once_more()
+{
+    ++calculations;
+    wrong_calculations += calculate_elsewhere("123456789", 9) != 0xCBF43926;
+}
+
+// In a process of its own, so that the next one again finds what the interrupted call has done and no more.
+void calculate_as_a_second_thread()
+{
+    if (observed.instructions % 16 != 0)
+        return;
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(calculate_elsewhere("123456789", 9) == 0xCBF43926 ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    ++calculations;
+    wrong_calculations += status != 0;
+}
+
+}  // namespace
+
+TEST_F(CrcChoice, AThreadThatComesAmidTheFirstCalculationGetsTheSameResult)
+{
+    const library_copy fresh;
+    const auto calculate = fresh.find("ZR_util_CRC_calc", ZR_util_CRC_calc);
+    calculate_elsewhere = calculate;
+    calculations = wrong_calculations = 0;
+    uint64_t crc = 0;
+    observe(
+        this_processor(), [&] { crc = calculate("123456789", 9); }, calculate_as_a_second_thread);
+    EXPECT_EQ(crc, 0xCBF43926u);
+    EXPECT_GT(calculations, 16u);
+    EXPECT_EQ(wrong_calculations, 0u) << "of " << calculations;
+}
+
+TEST_F(CrcChoice, AThreadThatComesAmidARebuildingGetsTheSameResult)
+{
+    calculate_elsewhere = ZR_util_CRC_calc;
+    calculate_elsewhere("", 0);
+    calculations = wrong_calculations = 0;
+    observe(this_processor(), _ZR_make_crc_table, calculate_once_more);
+    EXPECT_GT(calculations, 256u);
+    EXPECT_EQ(wrong_calculations, 0u) << "of " << calculations;
 }

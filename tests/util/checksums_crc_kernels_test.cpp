@@ -4,7 +4,9 @@
 #include "foundation/util.h"
 #include "foundation/util/checksums_crc_folding.h"
 
+#include "support/build_facts.h"
 #include "support/library_copy.h"
+#include "support/repeated_memory.h"
 
 #include <gtest/gtest.h>
 #include <zlib.h>
@@ -132,6 +134,27 @@ TEST_P(CrcKernel, AgreesWithThePlainOneForLongBuffers)
         ASSERT_EQ(calculate(&bytes[begin], length), calculate_by_table(&bytes[begin], length))
             << length << " bytes from " << begin;
     }
+}
+
+// More than 2^32 bytes, of which one piece is repeated: its CRC, combined with itself, is that of all.
+TEST_P(CrcKernel, TakesLengthsAbove4GiBInFull)
+{
+    SKIP_GIGABYTES_IF_THREAD_SANITIZED();
+    if (GetParam().calculate == calculate_by_table)
+        GTEST_SKIP() << "it would take ten seconds";
+    constexpr uint64_t piece_bytes = repeated_memory::PIECE_BYTES;
+    constexpr uint64_t length = (UINT64_C(1) << 32) + 100;
+    repeated_memory memory(length);
+    const BYTE *const bytes = reinterpret_cast<const BYTE *>(memory.text());
+    const std::vector<BYTE> piece = random_bytes(piece_bytes);
+    std::copy(piece.begin(), piece.end(), memory.text());
+    const uLong of_piece = expected_crc(bytes, piece_bytes);
+    uLong expected = 0;
+    for (uint64_t i = 0; i < length / piece_bytes; ++i)
+        expected = crc32_combine(expected, of_piece, piece_bytes);
+    constexpr uint64_t rest = length % piece_bytes;
+    expected = crc32_combine(expected, expected_crc(bytes, rest), rest);
+    EXPECT_EQ(calculate(bytes, length), expected);
 }
 
 // The constants of V. Gopal and others, Fast CRC Computation for Generic Polynomials Using PCLMULQDQ, 2009.

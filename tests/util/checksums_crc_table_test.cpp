@@ -4,56 +4,21 @@
 
 #include "support/child_process.h"
 #include "support/library_copy.h"
+#include "support/read_only_data.h"
 
 #include <gtest/gtest.h>
-
-#include <dlfcn.h>
-#include <link.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <thread>
 #include <vector>
 
-extern "C" __attribute__((weak)) void __gcov_init(void *);
-extern "C" __attribute__((weak)) int __llvm_profile_runtime;
-
 namespace {
-
-bool counts_coverage()
-{
-    return &__gcov_init != nullptr || &__llvm_profile_runtime != nullptr;
-}
 
 // The CRC of one byte is, up to a constant, the table's entry for the byte's complement.
 uint64_t entry(unsigned index)
 {
     const BYTE byte = static_cast<BYTE>(~index);
     return ZR_util_CRC_calc(&byte, 1) ^ 0xFF000000;
-}
-
-// Take the write permission from all data of the loaded file that holds `address`. The count of its segments.
-unsigned make_data_read_only(const void *address)
-{
-    Dl_info file = {};
-    link_map *map = nullptr;
-    if (dladdr1(address, &file, reinterpret_cast<void **>(&map), RTLD_DL_LINKMAP) == 0)
-        return 0;
-    const auto *header = static_cast<const ElfW(Ehdr) *>(file.dli_fbase);
-    const auto *segments =
-        reinterpret_cast<const ElfW(Phdr) *>(static_cast<const char *>(file.dli_fbase) + header->e_phoff);
-    const uintptr_t page_mask = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE)) - 1;
-    unsigned count = 0;
-    for (unsigned i = 0; i < header->e_phnum; ++i) {
-        if (segments[i].p_type != PT_LOAD || (segments[i].p_flags & PF_W) == 0)
-            continue;
-        const uintptr_t start = (map->l_addr + segments[i].p_vaddr) & ~page_mask;
-        const uintptr_t end = map->l_addr + segments[i].p_vaddr + segments[i].p_memsz;
-        if (mprotect(reinterpret_cast<void *>(start), end - start, PROT_READ) == 0)
-            ++count;
-    }
-    return count;
 }
 
 }  // namespace

@@ -3,9 +3,12 @@
 #include "util/checksums_fixture.h"
 
 #include "support/build_facts.h"
+#include "support/child_process.h"
+#include "support/guarded_bytes.h"
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sys/mman.h>
 
 #include <vector>
@@ -88,6 +91,31 @@ TEST(Md5Count, TakesLengthsFrom2To29OnIntoTheHighWord)
     ASSERT_NE(pages, MAP_FAILED);
     expect_agreement(at_bit_count(UINT64_C(0xFFFFFFFEFFFFFFE8)), pages, length);
     munmap(pages, length);
+}
+
+// Of so many bytes only the first 128 are there; the record, which two processes share, shows what was done.
+TEST(Md5Count, TakesLengthsFrom2To31OnAsUnsigned)
+{
+    const std::vector<BYTE> bytes = patterned_bytes(128);
+    guarded_bytes input(bytes.data(), bytes.size());
+    void *shared =
+        mmap(nullptr, sizeof(ZT_MD5_CONTEXT), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    ZT_MD5_CONTEXT *const context = static_cast<ZT_MD5_CONTEXT *>(shared);
+    MD5_CTX reference;
+    MD5_Init(&reference);
+    MD5_Update(&reference, bytes.data(), bytes.size());
+    for (const UINT length : {0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
+        MD5Init(context);
+        const child_result child = run_in_child([&] {
+            signal(SIGSEGV, SIG_DFL);  // also where a sanitizer would report it
+            MD5Update(context, input.data(), length);
+        });
+        EXPECT_TRUE(!child.has_exited && child.status == SIGSEGV) << child.describe();
+        EXPECT_EQ(bit_count(*context), 8 * uint64_t{length}) << length;
+        EXPECT_EQ(state_of(*context), state_of(reference)) << length;
+    }
+    munmap(shared, sizeof(ZT_MD5_CONTEXT));
 }
 
 // Copied byte by byte, so that a byte stored by this very call may be read by it again.

@@ -235,6 +235,16 @@ TEST(ResolutionRecord, StoresOnlyThroughPointersThatAreNotNull)
     }
 }
 
+TEST(ResolutionRecord, StoresTheVerticalResultLast)
+{
+    for (const uint64_t source : {ZT_RES_UNIT_METER, ZT_RES_UNIT_CENTIMETER}) {
+        const ZT_RESOLUTION resolution = {118, 1, 59, 1, source};
+        uint64_t both = 77;
+        Bsu_convert_resolution(ZT_RES_UNIT_METER, &both, &both, resolution);
+        EXPECT_EQ(both, convert(ZT_RES_UNIT_METER, resolution).y) << source;
+    }
+}
+
 TEST(ResolutionRecord, IsTwoRatiosAndTheUnitInThatOrder)
 {
     const uint64_t words[] = {118, 2, 50, 10, 4};
