@@ -284,6 +284,19 @@ TEST_F(CrcChoice, LeavesPartsOfABlockAtTheEndOfAPageToTheNarrowerKernel)
     EXPECT_EQ(kernels_for(calculate_by_avx512, page.end() - 64, 64), (names{"avx512"}));
 }
 
+// Building takes more than an instruction for each of 256 entries.
+TEST_F(CrcChoice, TakesATableThatIsBuiltAsItIs)
+{
+    const auto instructions_of_first_calculation = [](bool is_built_before) {
+        const library_copy fresh;
+        const auto calculate = fresh.find("ZR_util_CRC_calc", ZR_util_CRC_calc);
+        if (is_built_before)
+            fresh.find("_ZR_make_crc_table", _ZR_make_crc_table)();
+        return observe(NOTHING, [&] { calculate("", 0); }).instructions;
+    };
+    EXPECT_GT(instructions_of_first_calculation(false), instructions_of_first_calculation(true) + 256);
+}
+
 // ---- Several threads, of which one stands still
 
 namespace {
