@@ -1,5 +1,5 @@
-# What the scripts share; sourced by them, not run. Gives: project (its folder), step, fail, quietly,
-# ensure_packages.
+# What the scripts share; sourced by them, not run. Gives: project (its folder), step, fail, quietly, as_root,
+# tar_work_tree, ensure_packages.
 set -euo pipefail
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -18,6 +18,17 @@ quietly() {
         printf '%s\n' "$output" >&2
         fail "this failed: $*"
     }
+}
+
+# tar_work_tree OPTION...: the files of the work tree, as a tar archive on standard output: without what git
+# ignores or, where there is no git, without build/.
+tar_work_tree() {
+    if [ -e "$project/.git" ]; then
+        git -C "$project" ls-files -z --cached --others --exclude-standard |
+            tar -C "$project" "$@" --null --files-from=- --ignore-failed-read -cf - 2>/dev/null
+    else
+        tar -C "$project" --exclude=./build "$@" -cf - .
+    fi
 }
 
 # Run a command as root: directly, or through sudo.
