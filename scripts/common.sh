@@ -75,3 +75,4 @@ bench_packages=(
     libdeflate-dev libisal-dev zlib1g-dev libssl-dev libmd-dev      # peers: checksums and digests
     libtalloc-dev libapr1-dev libglib2.0-dev uuid-dev pkg-config    # peers: owned memory, arrays, services
 )
+packaging_packages=(build-essential debhelper lintian)
