@@ -80,3 +80,38 @@ target_compile_definitions(gdb_test PRIVATE
     GDB_HOST="$<TARGET_FILE:gdb_host>" OBJCOPY_PROGRAM="${CMAKE_OBJCOPY}")
 add_test(NAME gdb_table_test COMMAND python3 -B
     ${CMAKE_CURRENT_SOURCE_DIR}/programs/gdb/table_test.py ${PROJECT_SOURCE_DIR}/programs/gdb/qvfoundation17_gdb)
+
+# The checker, over hosts that make one mistake each, hosts that make none, and this project's own programs.
+# Where everything is instrumented it is not built, and the tests say so and are skipped.
+foreach(host mistaken_host clean_host)
+    add_executable(checker_${host} programs/checker/${host}.c)
+    target_link_libraries(checker_${host} PRIVATE QV::foundation qv_build_flags Threads::Threads)
+    # Every call stands in the function that it is written in.
+    target_compile_options(checker_${host} PRIVATE -O0 -fno-builtin)
+    if(QV_IS_INSTRUMENTED)
+        set_target_properties(checker_${host} PROPERTIES LINKER_LANGUAGE CXX)
+    endif()
+endforeach()
+qv_add_test(checker_test
+    programs/checker/checker_run.cpp
+    programs/checker/command_test.cpp
+    programs/checker/findings_test.cpp
+    programs/checker/own_programs_test.cpp
+    programs/checker/suppressions_test.cpp
+    LIBRARIES nlohmann_json::nlohmann_json)
+add_dependencies(checker_test checker_mistaken_host checker_clean_host image_catalog)
+target_compile_definitions(checker_test PRIVATE
+    MISTAKEN_HOST="$<TARGET_FILE:checker_mistaken_host>" CLEAN_HOST="$<TARGET_FILE:checker_clean_host>"
+    IMAGE_CATALOG="$<TARGET_FILE:image_catalog>" BUILD_FOLDER="${PROJECT_BINARY_DIR}"
+    INSTALLED_COMMANDS="${CMAKE_INSTALL_BINDIR}" INSTALLED_LIBRARIES="${CMAKE_INSTALL_LIBDIR}")
+if(TARGET checker)
+    add_dependencies(checker_test qv_check)
+    target_compile_definitions(checker_test PRIVATE
+        QV_CHECK="$<TARGET_FILE:qv_check>" CHECKER_LIBRARY="$<TARGET_FILE:checker>")
+else()
+    target_compile_definitions(checker_test PRIVATE QV_CHECK="" CHECKER_LIBRARY="")
+endif()
+if(QV_BUILD_EXAMPLES)
+    add_dependencies(checker_test owners sorted_array work_queue host dates checksums)
+    target_compile_definitions(checker_test PRIVATE EXAMPLES_DIRECTORY="$<TARGET_FILE_DIR:owners>")
+endif()
