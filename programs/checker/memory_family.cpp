@@ -68,6 +68,7 @@ CHECKED LPVOID ZR_memm_associate(uint64_t tag, LPVOID block, uint64_t size)
 
 CHECKED LPVOID ZR_memm_free(uint64_t tag, LPVOID block, const CHAR *file, INT line)
 {
+    prepare_look_up(block);
     memory_call call(SITE(file, line));
     object known = {};
     const bool is_ended = block != nullptr && end_object(call.where(), block, tag, &known);

@@ -1,6 +1,6 @@
 // What the checker knows of the library's objects: everything that was recorded under a tag, and the objects
-// for threads that lie outside every tag. A released object is remembered, until many others have been
-// released behind it or its address serves again, so that a late use can be told from an unknown address.
+// for threads that lie outside every tag. A released object is remembered, until many new ones have come or
+// its address serves again, so that a late use can be told from an unknown address.
 //
 // The functions take the lock themselves, and hand out copies.
 #pragma once
@@ -16,24 +16,33 @@ enum object_state : uint8_t {
     RELEASED
 };
 
-struct object {
+struct owner;
+
+// The first 64 bytes, a line of the processor's caches, are all that is touched for a plain block.
+struct alignas(64) object {
     uint64_t key;  // the address
     object *next;
 
     uint64_t tag;  // of kinds up to SECTION
+    owner *of;     // of these, too: whose end is the object's
     uint64_t size;
-    object *previous_of_owner, *next_of_owner;
-    object *vector;           // of an array: its slots, or null
-    place *made_at;           // where it was recorded, or created
-    const place *ended_at;    // of a released one
+    place *made_at;         // where it was recorded, or created
+    const place *ended_at;  // of a released one, in copies; otherwise of one that was released by itself
+    object_kind kind;
+    object_state state;  // in copies as it is; otherwise LIVE also when the owner has ended
+    bool is_threaded;    // the mode, of objects for threads
+    bool was_swept;      // was released when the registry was last swept
+
+    uint64_t vector;          // of an array: the address of its slots, or 0
     const place *entered_at;  // of a section or identifier that is held
     uint32_t times_entered;
     int holder;  // the thread
-    uint32_t place_in_history;
-    object_kind kind;
-    object_state state;
-    bool is_threaded;  // the mode, of objects for threads
 };
+
+inline bool is_handle(object_kind kind)
+{
+    return kind != BLOCK && kind != VECTOR;
+}
 
 const char *noun_of(object_kind kind);
 
@@ -41,6 +50,9 @@ inline bool is_recorded(object_kind kind)
 {
     return kind <= SECTION;
 }
+
+// Of something that is about to be looked up: its records are fetched meanwhile.
+void prepare_look_up(const void *address);
 
 // A copy of what is known of an address. False: nothing.
 bool look_up(const void *address, object *copy);

@@ -11,7 +11,7 @@ inline uint64_t mixed(uint64_t key)
     return key ^ key >> 32;
 }
 
-template <typename Entry> class hash_table {
+template <typename Entry, uint64_t hash(uint64_t) = mixed> class hash_table {
 public:
     // The first entry of the key that `is_wanted` accepts.
     template <typename Predicate> Entry *find(uint64_t key, Predicate is_wanted) const
@@ -28,9 +28,19 @@ public:
         return find(key, [](const Entry &) { return true; });
     }
 
+    void prefetch(uint64_t key) const
+    {
+        if (capacity_ != 0)
+            __builtin_prefetch(chain_of(key));
+    }
+
+    // The next insertion will enlarge the table.
+    bool is_full() const { return 2 * count_ >= capacity_; }
+    uint64_t capacity() const { return capacity_; }
+
     void insert(Entry *entry)
     {
-        if (count_ >= capacity_)
+        if (is_full())
             grow();
         ++count_;
         link(entry);
@@ -45,23 +55,27 @@ public:
         --count_;
     }
 
+    // The predicate may do with an entry that it wants removed what it likes.
+    template <typename Predicate> void remove_if(Predicate is_unwanted)
+    {
+        for (uint64_t i = 0; i < capacity_; ++i) {
+            for (Entry **link = &chains_[i]; *link != nullptr;) {
+                Entry *entry = *link, *next = entry->next;
+                if (is_unwanted(entry)) {
+                    *link = next;
+                    --count_;
+                } else {
+                    link = &entry->next;
+                }
+            }
+        }
+    }
+
     template <typename Visitor> void visit(Visitor visitor) const
     {
         for (uint64_t i = 0; i < capacity_; ++i)
             for (Entry *entry = chains_[i]; entry != nullptr; entry = entry->next)
                 visitor(*entry);
-    }
-
-private:
-    static constexpr uint64_t FIRST_CAPACITY = 1024;
-
-    Entry **chain_of(uint64_t key) const { return &chains_[mixed(key) & (capacity_ - 1)]; }
-
-    void link(Entry *entry)
-    {
-        Entry **chain = chain_of(entry->key);
-        entry->next = *chain;
-        *chain = entry;
     }
 
     void grow()
@@ -78,6 +92,18 @@ private:
         }
         if (old_capacity != 0)
             unmap_pages(old_chains, old_capacity * sizeof *old_chains);
+    }
+
+private:
+    static constexpr uint64_t FIRST_CAPACITY = 16 * 1024;
+
+    Entry **chain_of(uint64_t key) const { return &chains_[hash(key) & (capacity_ - 1)]; }
+
+    void link(Entry *entry)
+    {
+        Entry **chain = chain_of(entry->key);
+        entry->next = *chain;
+        *chain = entry;
     }
 
     Entry **chains_ = nullptr;
