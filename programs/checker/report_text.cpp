@@ -43,13 +43,18 @@ void append_place(report_text *out, const char *what, const place &where)
     out->append("\n");
 }
 
-// The stack begins with the caller, which a place without a file tells already.
+// The stack begins with the caller, which a place without a file tells already. What calls main is left out.
 void append_stack(report_text *out, const finding &found)
 {
     const bool is_told = found.where != nullptr && found.where->file == nullptr && found.frame_count != 0 &&
                          found.where->frames[0].address == found.frames[0].address;
-    for (uint32_t i = is_told; i < found.frame_count; ++i)
-        append_frame(out, i == 0 ? "in" : "by", found.frames[i]);
+    for (uint32_t i = 0; i < found.frame_count; ++i) {
+        const frame &each = found.frames[i];
+        if (i != 0 || !is_told)
+            append_frame(out, i == 0 ? "in" : "by", each);
+        if (each.function != nullptr && strcmp(each.function, "main") == 0)
+            return;
+    }
 }
 
 }  // namespace

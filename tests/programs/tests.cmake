@@ -96,6 +96,7 @@ qv_add_test(checker_test
     programs/checker/checker_run.cpp
     programs/checker/command_test.cpp
     programs/checker/findings_test.cpp
+    programs/checker/guide_test.cpp
     programs/checker/own_programs_test.cpp
     programs/checker/suppressions_test.cpp
     LIBRARIES nlohmann_json::nlohmann_json)
@@ -103,7 +104,8 @@ add_dependencies(checker_test checker_mistaken_host checker_clean_host image_cat
 target_compile_definitions(checker_test PRIVATE
     MISTAKEN_HOST="$<TARGET_FILE:checker_mistaken_host>" CLEAN_HOST="$<TARGET_FILE:checker_clean_host>"
     IMAGE_CATALOG="$<TARGET_FILE:image_catalog>" BUILD_FOLDER="${PROJECT_BINARY_DIR}"
-    INSTALLED_COMMANDS="${CMAKE_INSTALL_BINDIR}" INSTALLED_LIBRARIES="${CMAKE_INSTALL_LIBDIR}")
+    FOUNDATION_LIBRARY="$<TARGET_FILE:QV::foundation>" FOUNDATION_FOLDER="$<TARGET_FILE_DIR:QV::foundation>"
+    C_COMPILER="${CMAKE_C_COMPILER}" INSTALLED_COMMANDS="${CMAKE_INSTALL_BINDIR}" INSTALLED_LIBRARIES="${CMAKE_INSTALL_LIBDIR}")
 if(TARGET checker)
     add_dependencies(checker_test qv_check)
     target_compile_definitions(checker_test PRIVATE
