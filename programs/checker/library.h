@@ -58,3 +58,6 @@ const library_functions &library();
 
 // At load: look up what is there, and leave no trace in dlerror.
 void look_up_library();
+
+// Before that: a look-up that fails releases its message, and must not have to look up the function for it.
+void look_up_heap();

@@ -43,8 +43,9 @@ void after_fork_in_child()
 __attribute__((constructor)) void begin()
 {
     const checked_call call;
-    take_options();
+    look_up_heap();
     look_up_library();
+    take_options();
     __register_atfork(before_fork, after_fork_in_parent, after_fork_in_child, nullptr);
     __cxa_atexit(tell_at_exit, nullptr, nullptr);
 }

@@ -92,6 +92,8 @@ foreach(host mistaken_host clean_host busy_host)
         set_target_properties(checker_${host} PROPERTIES LINKER_LANGUAGE CXX)
     endif()
 endforeach()
+add_executable(checker_unlinked_host programs/checker/unlinked_host.c)
+target_link_libraries(checker_unlinked_host PRIVATE qv_build_flags ${CMAKE_DL_LIBS})
 qv_add_test(checker_test
     programs/checker/checker_run.cpp
     programs/checker/command_test.cpp
@@ -100,9 +102,11 @@ qv_add_test(checker_test
     programs/checker/own_programs_test.cpp
     programs/checker/suppressions_test.cpp
     LIBRARIES nlohmann_json::nlohmann_json)
-add_dependencies(checker_test checker_mistaken_host checker_clean_host image_catalog)
+add_dependencies(checker_test
+    checker_mistaken_host checker_clean_host checker_unlinked_host emulated_host image_catalog)
 target_compile_definitions(checker_test PRIVATE
     MISTAKEN_HOST="$<TARGET_FILE:checker_mistaken_host>" CLEAN_HOST="$<TARGET_FILE:checker_clean_host>"
+    UNLINKED_HOST="$<TARGET_FILE:checker_unlinked_host>" EMULATED_HOST="$<TARGET_FILE:emulated_host>"
     IMAGE_CATALOG="$<TARGET_FILE:image_catalog>" BUILD_FOLDER="${PROJECT_BINARY_DIR}"
     FOUNDATION_LIBRARY="$<TARGET_FILE:QV::foundation>" FOUNDATION_FOLDER="$<TARGET_FILE_DIR:QV::foundation>"
     C_COMPILER="${CMAKE_C_COMPILER}" INSTALLED_COMMANDS="${CMAKE_INSTALL_BINDIR}" INSTALLED_LIBRARIES="${CMAKE_INSTALL_LIBDIR}")
@@ -114,6 +118,7 @@ else()
     target_compile_definitions(checker_test PRIVATE QV_CHECK="" CHECKER_LIBRARY="")
 endif()
 if(QV_BUILD_EXAMPLES)
-    add_dependencies(checker_test owners sorted_array work_queue host dates checksums)
-    target_compile_definitions(checker_test PRIVATE EXAMPLES_DIRECTORY="$<TARGET_FILE_DIR:owners>")
+    add_dependencies(checker_test owners sorted_array work_queue host dates checksums greeter)
+    target_compile_definitions(checker_test PRIVATE
+        EXAMPLES_DIRECTORY="$<TARGET_FILE_DIR:owners>" GREETER_MODULE="$<TARGET_FILE:greeter>")
 endif()

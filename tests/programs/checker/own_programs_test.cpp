@@ -23,6 +23,23 @@ TEST_F(Checker, FindsNothingInTheImageCatalogue)
     expect_clean({IMAGE_CATALOG, "--help"});
 }
 
+// Where the C library has its threads in a library of their own, this host is without them.
+TEST_F(Checker, LeavesAHostWithoutThreadsInItsMode)
+{
+    const child_result plain = run_command({EMULATED_HOST});
+    const child_result checked = qv_check({EMULATED_HOST});
+    EXPECT_EQ(checked.out, plain.out);
+    EXPECT_EQ(checked.err, "");
+    EXPECT_TRUE(checked.succeeded()) << checked.describe();
+}
+
+TEST_F(Checker, LeavesAProgramWithoutTheLibraryAlone)
+{
+    const child_result run = qv_check({"sh", "-c", "echo $0; exit 7", "its words"});
+    EXPECT_TRUE(run.has_exited && run.status == 7) << run.describe();
+    EXPECT_EQ(run.out + run.err, "its words\n");
+}
+
 #if defined(EXAMPLES_DIRECTORY)
 TEST_F(Checker, FindsNothingInTheExamples)
 {
@@ -30,5 +47,13 @@ TEST_F(Checker, FindsNothingInTheExamples)
         SCOPED_TRACE(example);
         expect_clean({std::string(EXAMPLES_DIRECTORY) + "/" + example, EXAMPLES_DIRECTORY});
     }
+}
+
+TEST_F(Checker, FindsTheLibraryThatAModuleBringsForItself)
+{
+    const child_result run = qv_check({UNLINKED_HOST, GREETER_MODULE});
+    EXPECT_EQ(run.out, "Good morning, Ada!\n") << run.describe();
+    EXPECT_NE(run.err.find("leak: "), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("examples/module.c:"), std::string::npos) << run.err;
 }
 #endif
