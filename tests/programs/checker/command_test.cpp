@@ -6,6 +6,7 @@
 
 #include <signal.h>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace fs = std::filesystem;
@@ -127,6 +128,32 @@ TEST_F(Checker, FindsItsLibraryWhereverItIsInstalled)
     EXPECT_NE(run.err.find("wrong-tag: "), std::string::npos) << run.describe();
     EXPECT_TRUE(
         fs::exists(path("second/") + INSTALLED_LIBRARIES + "/QVfoundation17/libQVfoundation17-check.so"));
+}
+
+TEST_F(Checker, ExportsNothingButNamesOfTheLibraryAndTheHeap)
+{
+    const child_result symbols =
+        run_command({NM_PROGRAM, "-D", "--defined-only", "--format=posix", CHECKER_LIBRARY});
+    ASSERT_TRUE(symbols.succeeded()) << symbols.describe();
+    std::vector<std::string> allowed = listed_exports();
+    allowed.insert(allowed.end(), {"free", "realloc"});
+    for (const std::string &line : lines_of(symbols.out)) {
+        const std::string name = words_of(line).front();
+        EXPECT_NE(std::find(allowed.begin(), allowed.end(), name), allowed.end()) << name;
+    }
+}
+
+TEST_F(Checker, NeedsTheCLibraryAlone)
+{
+    const child_result dynamic = run_command({READELF_PROGRAM, "-d", "--wide", CHECKER_LIBRARY});
+    ASSERT_TRUE(dynamic.succeeded()) << dynamic.describe();
+    for (const std::string &line : lines_of(dynamic.out)) {
+        if (line.find("(NEEDED)") == std::string::npos)
+            continue;
+        EXPECT_TRUE(line.find("[libc.so.6]") != std::string::npos ||
+                    line.find("[libdl.so.2]") != std::string::npos)
+            << line << ": a thread library would change the mode of hosts without one";
+    }
 }
 
 // ---- Refusals
