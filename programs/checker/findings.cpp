@@ -11,6 +11,7 @@
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -27,23 +28,39 @@ struct told_finding {
 hash_table<told_finding> told;
 summary counts;
 
-// Counts the finding; false when it was told before.
+uint64_t key_of(const finding &found)
+{
+    return mixed(reinterpret_cast<uintptr_t>(found.where) + static_cast<uint64_t>(found.kind)) +
+           reinterpret_cast<uintptr_t>(found.related[0].where);
+}
+
+bool is_told(const finding &found)
+{
+    return told.find(key_of(found), [&](const told_finding &each) {
+        return each.kind == found.kind && each.where == found.where && each.other == found.related[0].where;
+    }) != nullptr;
+}
+
+// Counts the finding when it was told before.
+bool is_repeated(const finding &found)
+{
+    const locked guard;
+    const bool is_known = is_told(found);
+    counts.repeated += is_known;
+    return is_known;
+}
+
+// Counts the finding; false when another thread has told it meanwhile.
 bool is_new(const finding &found)
 {
-    const place *other = found.related[0].where;
-    const uint64_t key = mixed(reinterpret_cast<uintptr_t>(found.where) + static_cast<uint64_t>(found.kind)) +
-                         reinterpret_cast<uintptr_t>(other);
     const locked guard;
-    const bool is_known = told.find(key, [&](const told_finding &each) {
-        return each.kind == found.kind && each.where == found.where && each.other == other;
-    }) != nullptr;
-    if (is_known) {
+    if (is_told(found)) {
         ++counts.repeated;
         return false;
     }
     ++counts.written;
     auto *added = static_cast<told_finding *>(take_bytes(sizeof(told_finding)));
-    *added = {key, nullptr, found.kind, found.where, other};
+    *added = {key_of(found), nullptr, found.kind, found.where, found.related[0].where};
     told.insert(added);
     return true;
 }
@@ -51,22 +68,24 @@ bool is_new(const finding &found)
 void write_all(int descriptor, const report_text &text)
 {
     for (uint64_t written = 0; written < text.length;) {
-        const ssize_t count = write(descriptor, text.bytes + written, text.length - written);
+        const ssize_t count = syscall(SYS_write, descriptor, text.bytes + written, text.length - written);
         if (count <= 0)
             return;  // nobody can be told
         written += static_cast<uint64_t>(count);
     }
 }
 
-// The file is opened each time, so that the program has no descriptor that it does not know of.
+// The file is opened each time, so that the program has no descriptor that it does not know of. Files are the
+// system's: the program may have functions of its own for the C library's.
 void put_out(const report_text &text)
 {
     int descriptor = STDERR_FILENO;
     if (checker_options.output != nullptr)
-        descriptor = open(checker_options.output, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+        descriptor = static_cast<int>(syscall(SYS_openat, AT_FDCWD, checker_options.output,
+                                              O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
     write_all(descriptor, text);
     if (checker_options.output != nullptr)
-        close(descriptor);
+        syscall(SYS_close, descriptor);
 }
 
 // Findings are few: each maps its text for itself, for it fits no thread's stack.
@@ -109,6 +128,8 @@ void add_related(finding *found, const char *what, const place *where)
 
 void report(finding *found)
 {
+    if (is_repeated(*found))  // before the stack is taken, which costs most
+        return;
     frame frames[SHOWN_FRAMES];
     found->thread = thread_number();
     if (found->kind == LEAK) {

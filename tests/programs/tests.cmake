@@ -114,6 +114,12 @@ if(TARGET checker)
     add_dependencies(checker_test qv_check)
     target_compile_definitions(checker_test PRIVATE
         QV_CHECK="$<TARGET_FILE:qv_check>" CHECKER_LIBRARY="$<TARGET_FILE:checker>")
+    # What hosts see of the library, its heap calls included, stays the same: these tests compare it all.
+    foreach(test dt_types_array_test failures_test sequences_test)
+        add_test(NAME checker.ChangesNothingFor_${test}
+            COMMAND qv_check --output ${CMAKE_CURRENT_BINARY_DIR}/checker_${test}.txt $<TARGET_FILE:${test}>)
+        set_tests_properties(checker.ChangesNothingFor_${test} PROPERTIES TIMEOUT 300)
+    endforeach()
 else()
     target_compile_definitions(checker_test PRIVATE QV_CHECK="" CHECKER_LIBRARY="")
 endif()
