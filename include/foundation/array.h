@@ -33,7 +33,7 @@
 extern "C" {
 #endif
 
-/* Status results; see the table above. */
+/* Status results: see the table of the family. */
 #define ZR_ERR_REFUSED (-1)
 #define ZR_ERR_NO_MEMORY (-1000)
 
@@ -55,8 +55,8 @@ ZT_ERRCOUNT ZR_array_ptr_delete(ZT_DT_ANY *array);
 /* Add `element` (any value, null included): in sorted mode in front of the first element that compares
  * greater, otherwise, and where there is none, at the end. `index` receives its place. Returns 0; -1; or
  * -1000, array unchanged, when it cannot grow. In sorted mode an insertion before the end that cannot get its
- * new vector also returns 0, adds nothing and leaves `*index` unwritten: preset it, to UINT64_MAX for
- * example, to tell the two apart. */
+ * new vector also gives 0, adds nothing and leaves `*index` unwritten. So set it to UINT64_MAX before the
+ * call; where it still is that behind a 0, nothing was added. */
 ZT_ERRCOUNT ZR_array_ptr_add(ZT_DT_ANY *array, LPVOID element, uint64_t *index);
 
 /* Overwrite the element at `index`; what was there is the caller's to release. Returns 0, or -1: index not
@@ -86,9 +86,9 @@ ZT_ERRCOUNT ZR_array_ptr_remove_ex(ZT_DT_ANY *array, uint64_t index, uint64_t *r
  * searches miss elements. */
 ZT_ERRCOUNT ZR_array_ptr_remove(ZT_DT_ANY *array, uint64_t index, uint64_t *removed);
 
-/* Returns 1 when `array` is the handle of an array, 0 when it is null or its record does not begin with
- * the size and the magic word of one. Meant for the library itself. A pointer that is not null must be
- * readable for 16 bytes. */
+/* Tell whether `array` is the handle of an array. A pointer that is not null must be readable for 16 bytes.
+ * Meant for the library itself. Returns 1 when it is, 0 when it is null or its record does not begin with the
+ * size and the magic word of one. */
 INT _ZR_array_ptr_check(ZT_DT_ANY *array) FOUNDATION_USE_RESULT;
 
 /* The low 32 bits of the address difference a - b: a comparator for elements that lie less than 2 GiB from

@@ -43,10 +43,10 @@ extern const CHAR *const _Mon[12];
 /* ---- Texts and records ---- */
 
 /* A coarse key of a DATE text, for comparing: 356 (not 365: stored keys depend on it) for each year since
- * 1900, 30 for each month before, and the day. The last days of December come out above the 1st of January,
- * and the 31st of a month equals the next 1st. The month is told from as few letters as tell the twelve
- * apart; an unknown first letter counts as December. Reads characters 0 to 10, which must be there; the
- * length is not tested. */
+ * 1900, 30 for each month before, and the day. 27 December equals the next 1 January and the days behind it
+ * come out above; the 31st of a month equals the next 1st. The month is told from as few letters as tell the
+ * twelve apart; an unknown first letter counts as December. Reads characters 0 to 10, which must be there;
+ * the length is not tested. */
 LONG cal_ord_ref_date_from_DATE(const CHAR *text) FOUNDATION_NONNULL(1) FOUNDATION_USE_RESULT;
 
 /* Read a DATE text into `date`. Returns 1; or 0, `date` untouched, for a text below eleven characters; or 0

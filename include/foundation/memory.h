@@ -1,8 +1,9 @@
 /* Tagged memory manager: heap blocks recorded under the number of their owner.
  *
- * A memory tag is an unsigned 64-bit number that names an owner. Every block is recorded under one tag
- * and is released alone, with its tag, or with everything. Clients choose tags of their own or draw
- * unique ones.
+ * A memory tag is an unsigned 64-bit number that names an owner. Every block is recorded under one tag and is
+ * released alone, with its tag, or with everything. Clients choose tags of their own, or draw unique ones
+ * (ZR_memm_unique_tag_get), which spread over all 32 buckets of the table. Addresses make bad tags: those of
+ * blocks are multiples of 16, and fall into two buckets.
  *
  * Use no tag 0: it equals the manager's marker for a vacant record, and its blocks get lost in two ways. They
  * may be forgotten, and never released, as soon as another multiple of 32 is used as a tag, and the first
@@ -88,16 +89,16 @@ LPVOID ZR_memm_disassociate(uint64_t tag, LPVOID block);
 
 /* Release every block recorded under `tag`, arrays and the records of critical sections among them (free the
  * sections before: their mutex is not destroyed here). Returns how many blocks there were, or -1 for a tag
- * without a record. 0 is possible too: when a tag's blocks are freed one by one its record can outlive the
+ * without a record; 0 is possible too, when a tag's blocks were freed one by one and its record outlived the
  * last. */
 LONG ZR_memm_free_all(uint64_t tag);
 
-/* Returns ZR_MEMM_FLAG_RECORDED when `block` is recorded under `tag`, otherwise 0; a null `block` gives 0.
- * The block is not read. */
+/* Tell whether `block` is recorded under `tag`. The block is not read. Returns ZR_MEMM_FLAG_RECORDED when it
+ * is, otherwise 0; a null `block` gives 0. */
 uint64_t ZR_memm_flags(uint64_t tag, LPVOID block) FOUNDATION_USE_RESULT;
 
-/* Release every block of every tag and return how many there were. The host calls it at its end; the library
- * never does. The table is then as it was at load, but for the count of unique tags, which goes on. */
+/* Release every block of every tag. The host calls it at its end; the library never does. The table is then
+ * as it was at load, but for the count of unique tags, which goes on. Returns how many blocks there were. */
 LONG ZR_memm_cleanup(void);
 
 #ifdef __cplusplus

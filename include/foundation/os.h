@@ -34,7 +34,8 @@ LPVOID OS_sys_module_load(const CHAR *name) FOUNDATION_USE_RESULT;
  * `symbol` is null. A null `module` searches the default scope of this library. To call a function that was
  * found:
  *
- *   C++   auto function = reinterpret_cast<function_type *>(OS_sys_sym_get(module, "name"));
+ *   C++   auto function = reinterpret_cast<function_type *>(
+ *             OS_sys_sym_get(module, "name"));
  *   C     function_type *function;
  *         *(LPVOID *)&function = OS_sys_sym_get(module, "name");
  */
@@ -47,18 +48,18 @@ INT OS_sys_module_unload(LPVOID module);
 /* Join `directory` and `name` with one "/" between them, unless `directory` already ends in "/"; with an
  * empty directory the name is copied alone. Nothing else is normalised: "a/" and "/b" give "a//b". At most
  * `limit` characters are stored in `output`, which may be `directory` or `name`, and a terminator only when
- * the joined text is shorter than `limit`. Returns the length of what then stands in `output`, measured as a
- * terminated text and read on behind `limit` where there is no terminator: give a limit below the size of a
- * zero-filled buffer. 0 can mean that scratch memory could not be had, `output` untouched, or that
- * both texts are empty. */
+ * the joined text is shorter than `limit`. So give a zero-filled buffer and, as the limit, its size minus
+ * one. Returns the length of what then stands in `output`, measured as a terminated text and read on behind
+ * `limit` where there is no terminator; 0 can mean that scratch memory could not be had, `output` untouched,
+ * or that both texts are empty. */
 LONG OS_sys_path_concat(const CHAR *directory, const CHAR *name, CHAR *output, UINT limit)
     FOUNDATION_NONNULL(1, 2, 3);
 
 /* Compose the file name of a companion module: "libQV", `base`, "17.so". At most `limit` characters are
- * stored in `output`; a shorter name is padded with zero bytes up to `limit`, a name of `limit` characters
- * or more stands unterminated.
- * Returns the name's length, -1 when it exceeds `limit`, and 0, output untouched, for a null `base`. A base
- * of more than 245 characters gives -1 and leaves the output untouched too. */
+ * stored in `output`; a shorter name is padded with zero bytes up to `limit`, a name of `limit` characters or
+ * more stands unterminated, so give as the limit the size of a zero-filled buffer minus one. Returns the
+ * name's length, -1 when it exceeds `limit`, and 0, output untouched, for a null `base`; a base of more than
+ * 245 characters gives -1 and leaves the output untouched too. */
 LONG OS_sys_compfilename_create(const CHAR *base, CHAR *output, UINT limit);
 
 /* Always 1. */
@@ -196,10 +197,11 @@ INT OS_guid_to_string(const BYTE *guid, CHAR *text);
  * null mutex, creation reports success with a null handle, which protects nothing: test the handle as well.
  *
  * Owners. Leave and release belong to the thread that entered or opened; from another thread they change
- * nothing. Objects are the library's until they are freed; free them once no thread is inside or waits. After
- * a fork, the child must not use an object that a thread was in or waited for, the forking thread included:
- * it stays taken, and closing an event can block. Cancel no thread that waits for an event: the event's guard
- * stays locked, and every later set, reset or wait blocks.
+ * nothing. Objects are the library's until they are freed; free them once no thread is inside or waits. An
+ * object that a thread was in or waited for at a fork stays taken in the child, where even the forking thread
+ * cannot leave it, and closing an event can block: the child uses none of these, and makes new ones. Cancel
+ * no thread that waits for an event: the event's guard stays locked, and every later set, reset or wait
+ * blocks.
  *
  * Memory order. What a thread wrote before it left, released or set is seen by the thread that then enters,
  * opens or ends its wait. In emulated mode none of this section is for more than one thread. */
@@ -246,7 +248,8 @@ void OS_sync_cs_enter(LPVOID section);
 void OS_sync_cs_enter_th(LPVOID section);
 void OS_sync_cs_enter_emu(LPVOID section);
 
-/* Leave it once, in the thread that entered. Emulated: clears the flag, however often it was entered. */
+/* Leave a critical section once, in the thread that entered. Emulated: clears the flag, however often it was
+ * entered. */
 void OS_sync_cs_leave(LPVOID section);
 void OS_sync_cs_leave_th(LPVOID section);
 void OS_sync_cs_leave_emu(LPVOID section);
@@ -268,8 +271,8 @@ ZT_BOOL OS_mutex_open(LPVOID identifier, LPVOID reserved, LPVOID *handle) FOUNDA
 ZT_BOOL OS_mutex_open_th(LPVOID identifier, LPVOID reserved, LPVOID *handle) FOUNDATION_NONNULL(3);
 ZT_BOOL OS_mutex_open_emu(LPVOID identifier, LPVOID reserved, LPVOID *handle) FOUNDATION_NONNULL(3);
 
-/* Release it once, in the thread that opened it. Returns 0 when the calling thread does not own it (emulated:
- * when it is not taken), and then changes nothing. */
+/* Release a mutex identifier once, in the thread that opened it. Returns 0 when the calling thread does not
+ * own it (emulated: when it is not taken), and then changes nothing. */
 ZT_BOOL OS_mutex_release(LPVOID handle);
 ZT_BOOL OS_mutex_release_th(LPVOID handle);
 ZT_BOOL OS_mutex_release_emu(LPVOID handle);
@@ -293,8 +296,8 @@ ZT_BOOL OS_set_event(LPVOID event);
 ZT_BOOL OS_set_event_th(LPVOID event);
 ZT_BOOL OS_set_event_emu(LPVOID event);
 
-/* End the signal. Wakes the waiting threads too, which find no signal and go on waiting. Results as for
- * OS_set_event. */
+/* End an event's signal. Wakes the waiting threads too, which find no signal and go on waiting. Results as
+ * for OS_set_event. */
 ZT_BOOL OS_reset_event(LPVOID event);
 ZT_BOOL OS_reset_event_th(LPVOID event);
 ZT_BOOL OS_reset_event_emu(LPVOID event);

@@ -10,10 +10,10 @@
  *   memory manager (memory.h)                the block, a count,    null; the pointer given when it
  *                                            null from a release    is not recorded; -1 unknown tag
  *     ZR_memm_flags                          2, recorded            0, not recorded
- *   critical sections, opening and           1, also for a null     0
- *   releasing mutexes, events (os.h)         handle
- *   OS_mutex_ID_allocate (os.h)              0                      -4820
- *   OS_mutex_ID_free (os.h)                  0                      none
+ *   sections, mutexes and events (os.h)      1, also for a null     0
+ *                                            handle
+ *     OS_mutex_ID_allocate                   0                      -4820
+ *     OS_mutex_ID_free                       0                      none
  *   date texts (date.h)                      1                      0
  *   resolution conversion (util.h)           0                      -2445
  *   system services (os.h)                   the platform's own     null or -1, and 0 where a function
@@ -43,8 +43,8 @@ typedef int32_t ZT_ERRCOUNT; /* a status value; see the table   */
 typedef uint64_t ZT_MODE;    /* a mode or flag word             */
 
 typedef void *LPVOID; /* to anything */
-typedef BYTE *LPBYTE;
-typedef WORD *LPWORD;
+typedef BYTE *LPBYTE; /* to bytes    */
+typedef WORD *LPWORD; /* to words    */
 
 /* An object of the library whose record stays private, such as a pointer array. */
 typedef struct ZT_DT_ANY ZT_DT_ANY;

@@ -27,10 +27,10 @@ const CHAR *iQV_version_compile_date(void) FOUNDATION_USE_RESULT;
 
 /* ---- Image resolution ---- */
 
-/* Dots per inch to pixels per metre: dpi * 39.37 + 0.5, converted as above. */
+/* Dots per inch to pixels per metre: dpi * 39.37 + 0.5, cut off toward zero. */
 uint64_t iQV_convert_DPI_to_PPM(LONG dots_per_inch) FOUNDATION_USE_RESULT;
 
-/* Pixels per metre to dots per inch: ppm * 0.0254 + 0.5, converted as above. */
+/* Pixels per metre to dots per inch: ppm * 0.0254 + 0.5, cut off toward zero. */
 uint64_t iQV_convert_PPM_to_DPI(LONG pixels_per_metre) FOUNDATION_USE_RESULT;
 
 /* Unit codes: what a resolution counts its dots per. Only METER and INCH can be converted to. */
@@ -42,9 +42,9 @@ uint64_t iQV_convert_PPM_to_DPI(LONG pixels_per_metre) FOUNDATION_USE_RESULT;
 
 /* A resolution on two axes, numerator / denominator dots per unit. */
 typedef struct ZT_RESOLUTION {
-    uint64_t x_numerator;
+    uint64_t x_numerator;   /* dots */
     uint64_t x_denominator; /* 0 is read as 1 */
-    uint64_t y_numerator;
+    uint64_t y_numerator;   /* dots */
     uint64_t y_denominator; /* 0 is read as 1 */
     uint64_t unit;          /* ZT_RES_UNIT_...; any other code is taken for the target's own unit */
 } ZT_RESOLUTION;
@@ -54,9 +54,9 @@ typedef struct ZT_RESOLUTION {
 
 /* Convert `resolution` to whole dots per `target_unit` (METER or INCH); results through `x` and `y`, either
  * of which may be null. To METER truncates; to INCH rounds half up, except from 10_INCHES, which truncates;
- * between equal units it is an integer division. Results are converted as above. The factors are 39.37 and
- * its relatives, so 72 per inch give 2834 per metre here and 2835 by iQV_convert_DPI_to_PPM. Returns 0, or
- * -2445 with both results 0 for any other target. */
+ * between equal units it is an integer division. The factors are 39.37 and its relatives, in doubles, so 72
+ * per inch give 2834 per metre here and 2835 by iQV_convert_DPI_to_PPM, and 200 per inch 7873, as their
+ * product comes out just below 7874. Returns 0, or -2445 with both results 0 for any other target. */
 ZT_ERRCOUNT Bsu_convert_resolution(uint64_t target_unit, uint64_t *x, uint64_t *y, ZT_RESOLUTION resolution);
 
 /* ---- Byte order: ii_ for little-endian data, mm_ for big-endian data ---- */
@@ -120,10 +120,10 @@ typedef struct ZT_MD5_CONTEXT {
 /* Begin a digest. `buffer` and `digest` are left as they are. */
 void MD5Init(ZT_MD5_CONTEXT *context) FOUNDATION_NONNULL(1);
 
-/* Feed `length` bytes. A length of 0 reads nothing, null allowed. */
+/* Feed `length` bytes of the message. A length of 0 reads nothing, null allowed. */
 void MD5Update(ZT_MD5_CONTEXT *context, const void *input, UINT length) FOUNDATION_NONNULL(1);
 
-/* Finish: the digest is then in `context->digest`, its first byte first. The record is not wiped: it may
+/* Finish a digest: it is then in `context->digest`, its first byte first. The record is not wiped: it may
  * still hold the last bytes of the message. */
 void MD5Final(ZT_MD5_CONTEXT *context) FOUNDATION_NONNULL(1);
 
