@@ -43,3 +43,14 @@ install(CODE "
         \"${PROJECT_SOURCE_DIR}/programs/gdb/qvfoundation17_gdb\"
         DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATAROOTDIR}/gdb/auto-load\${library_folder}\"
         FILES_MATCHING PATTERN \"*.py\")")
+
+# The reference that scripts/reference has made: manual pages, and the site.
+option(QV_INSTALL_REFERENCE "Install what scripts/reference made: manual pages and the HTML reference" OFF)
+if(QV_INSTALL_REFERENCE)
+    set(QV_REFERENCE ${PROJECT_SOURCE_DIR}/build/reference)
+    if(NOT EXISTS ${QV_REFERENCE}/html/index.html)
+        message(FATAL_ERROR "QV_INSTALL_REFERENCE: there is no ${QV_REFERENCE}; run scripts/reference first")
+    endif()
+    install(DIRECTORY ${QV_REFERENCE}/man/man3 DESTINATION ${CMAKE_INSTALL_MANDIR})
+    install(DIRECTORY ${QV_REFERENCE}/html DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/QVfoundation)
+endif()

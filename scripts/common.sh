@@ -76,3 +76,5 @@ bench_packages=(
     libtalloc-dev libapr1-dev libglib2.0-dev uuid-dev pkg-config    # peers: owned memory, arrays, services
 )
 packaging_packages=(build-essential debhelper lintian)
+reference_packages=(doxygen doxygen-awesome-css python3)   # the reference's site with its theme; the manual pages
+reference_check_packages=(mandoc man-db binutils)          # two readings of the manual pages; the exports
