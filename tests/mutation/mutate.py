@@ -10,17 +10,17 @@
 
 Works on a copy of the project's HEAD under --work, built once with its tests; the project is only read. The test
 programs find the library by RUNPATH, so LD_LIBRARY_PATH puts a mutant in its place: a mutant costs a compilation,
-a link and its family's test programs. A program that has the fault's source compiled into it is linked anew with
-the mutant of that, too. Each runs whole in one process up to the first failure. The case that fails
-must then fail alone too, as ctest runs it; if it does not, every case is run alone. Mutants of a private header
-meet tests built with the original.
+a link and its family's test programs. A program that has the fault's source compiled or included into it is made
+anew with the mutant in that, too. Each runs whole in one process up to the first failure. The case that fails must
+then fail alone too, as ctest runs it; if it does not, every case is run alone. All other tests that include a
+private header have the original of it. A header that no source of the library includes gets no faults.
 
 Verdicts: killed; timeout (as good as killed); survived; unbuildable and same-code, where the compiler made the same
 object file (neither is counted). tests/equivalent_mutants.tsv lists survivors (columns file, function, original,
 mutated, reason) that a reader has judged to change nothing that a caller can see; a row that no fault of today's
 sources matches fails the page.
 """
-import argparse, collections, concurrent.futures, csv, fnmatch, hashlib, json, os, pathlib, queue, random, re
+import argparse, collections, concurrent.futures, csv, fnmatch, functools, hashlib, json, os, pathlib, queue, random, re
 import shlex, shutil, signal, subprocess, sys, threading, time
 
 sys.dont_write_bytecode = True
@@ -40,9 +40,27 @@ def files_of(project, patterns=("",)):
     return [file for file in files if any(fnmatch.fnmatch(file, f"*{pattern}*") for pattern in patterns)]
 
 
+@functools.lru_cache(None)
+def reached_from(project, file):
+    """The file and all that it includes, of the library's sources and the tests."""
+    reached, waiting = set(), [file]
+    while waiting:
+        if (file := waiting.pop()) in reached:
+            continue
+        reached.add(file)
+        for name in re.findall(r'^#include "([^"]+)"', (project / file).read_text(), re.M):
+            folders = (project / file).parent, project / "tests", project
+            found = next((folder / name for folder in folders if (folder / name).exists()), None)
+            waiting += [os.path.relpath(found, project)] if found else []
+    return reached
+
+
 def mutants_of(project, patterns):
     """Rows of the result, without a verdict. The mutant is the file's text with `text` from `start` to `end`."""
+    of_library = set().union(*(reached_from(project, file) for file in files_of(project) if file.endswith(".cpp")))
     for name in files_of(project, patterns):
+        if name not in of_library:
+            continue
         source = (project / name).read_text()
         for operator, start, end, text in mutants.changes(source):
             text += "\n" * (source.count("\n", start, end) - text.count("\n"))  # lines keep their numbers
@@ -86,8 +104,6 @@ class Workshop:
         self.run_cmake("--preset", options.preset, "-DCMAKE_EXE_LINKER_FLAGS=-Wl,--enable-new-dtags")
         database = json.loads((self.build / "compile_commands.json").read_text())
         self.compile_command, self.private_copies = self.compile_commands(database)
-        self.includes = {file: set(re.findall(r'^#include "(?:[^"]*/)?([^"/]+)"', (self.base / file).read_text(), re.M))
-                         for file in files_of(self.base)}
         self.sources = [file for file in files_of(self.base) if file in self.compile_command]
         self.programs = self.test_programs(database)
         self.run_cmake("--build", self.build, "-j", str(options.jobs), "--target",
@@ -102,12 +118,14 @@ class Workshop:
             self.slots.put(slot)
 
     def compile_commands(self, database):
-        """By source: that of the library. By program and source: those of the library's sources in a program."""
+        """By source: that of the library. By program and source: those that compile a source of the library into a
+        program, or a test that includes one."""
         commands, copies = {}, collections.defaultdict(dict)
+        is_unit = lambda file: file.startswith("foundation/") and file.endswith(".cpp")
         for entry in database:
             file, command = os.path.relpath(entry["file"], self.base), shlex.split(entry["command"])
             program = re.match(r"tests/CMakeFiles/([^/]+)\.dir/", command[command.index("-o") + 1])
-            if program and file.startswith("foundation/"):
+            if program and any(map(is_unit, reached_from(self.base, file))):
                 copies[program[1]][file] = command
             else:
                 commands[file] = command
@@ -136,20 +154,18 @@ class Workshop:
         return list(dict.fromkeys(program for file in files_of(self.base, patterns)
                                   for program in self.programs_of({"file": file})))
 
-    def sources_of(self, row):
-        """The sources that a fault in this file changes: itself, or all that include the header."""
-        wanted, reached = {row["file"]}, set()
-        while wanted - reached:
-            reached |= wanted
-            names = {os.path.basename(file) for file in reached if file.endswith(".h")}
-            wanted = reached | {file for file, included in self.includes.items() if included & names}
-        return [file for file in sorted(reached) if file in self.compile_command]
+    def changed_of(self, row, sources):
+        """Those of the sources that a fault in this file changes."""
+        return [source for source in sources if row["file"] in reached_from(self.base, source)]
 
     def programs_of(self, row):
-        """Those of its families: first the ones that bear the unit's name, and quick ones before slow ones."""
-        families, unit = {family_of(source) for source in self.sources_of(row)}, pathlib.PurePath(row["file"]).stem
+        """Those of its families: first the ones that bear the unit's name, those to be made anew last, and quick ones
+        before slow ones."""
+        families = {family_of(source) for source in self.changed_of(row, self.sources)}
+        unit = pathlib.PurePath(row["file"]).stem
         programs = {program for family in families for program in self.programs[family]}
-        return sorted(programs, key=lambda name: (not name.startswith(unit), self.cost.get(name, ()), name))
+        return sorted(programs, key=lambda name: (not name.startswith(unit), name in self.private_copies,
+                                                  self.cost.get(name, ()), name))
 
     def copy_project(self):
         git = ["git", "-C", self.options.project]
@@ -170,7 +186,10 @@ class Workshop:
         """The hash of the object file, or None."""
         command = [word for word in command if word != "-Werror"] + ["-w"]
         command[command.index("-o") + 1] = target
-        command[command.index(str(self.base / source))] = str(slot / source)
+        if source.startswith("foundation/"):
+            command[command.index(str(self.base / source))] = str(slot / source)
+        else:  # a test that includes what is mutated
+            command.insert(next(i for i, word in enumerate(command) if word.startswith("-I")), f"-I{slot}")
         if self.call(command, self.build, {}, 60, 300)[0] != 0:
             return None
         return hashlib.sha256(pathlib.Path(target).read_bytes()).hexdigest()
@@ -189,12 +208,11 @@ class Workshop:
         link[link.index("-o") + 1] = str(slot / name)
         return None if None in hashes or self.call(link, self.build, {}, 60, 300)[0] != 0 else hashes
 
-    def rebuild_programs(self, sources, slot):
-        """Those into which one of these sources is compiled. A program that cannot be linked is left out."""
-        for program, commands in self.private_copies.items():
-            (slot / program).unlink(missing_ok=True)
-            if copied := [source for source in sources if source in commands]:
-                self.rebuild(f"tests/{program}", commands, copied, slot)
+    def renew(self, program, changed, slot):
+        """Makes the program in the slot, if any source of its is changed. One that cannot be built is left out."""
+        (slot / program).unlink(missing_ok=True)
+        if changed:
+            self.rebuild(f"tests/{program}", self.private_copies[program], changed, slot)
 
     def call(self, command, folder, variables, cpu, wall, stop=None):
         """(status, case): 0 passed, "timeout", a negative signal, else failed. A line with `stop` ends the run."""
@@ -264,16 +282,13 @@ class Workshop:
                 suite = words[0]
 
     def plant(self, row, slot):
-        """Builds the library with the mutant in it; a verdict when there is none to test."""
+        """Writes the mutant and builds the library with it; a verdict when there is none to test."""
         text = (self.base / row["file"]).read_text()
         mutant = text[:int(row["start"])] + json.loads(row["text"]) + text[int(row["end"]):]
         (slot / row["file"]).write_text(mutant)
-        sources = self.sources_of(row)
+        sources = self.changed_of(row, self.sources)
         hashes = self.rebuild(LIBRARY, self.compile_command, sources, slot)
         is_same_code = hashes == [self.original[source] for source in sources]
-        if hashes and not is_same_code:
-            self.rebuild_programs(sources, slot)
-        (slot / row["file"]).write_text(text)
         return "same-code" if is_same_code else None if hashes else "unbuildable"
 
     def variables(self, slot):
@@ -285,19 +300,22 @@ class Workshop:
         slot = self.slots.get()
         verdict, killed_by = self.plant(row, slot) or "survived", ""
         for program in self.programs_of(row) if verdict == "survived" else []:
+            self.renew(program, self.changed_of(row, self.private_copies.get(program, [])), slot)
             if outcome := self.run_program(program, self.variables(slot), slot):
                 verdict, killed_by = outcome
                 break
         if self.options.preset != "release" and killed_by:
             killed_by += f" ({self.options.preset})"
+        shutil.copy2(self.base / row["file"], slot / row["file"])
         self.slots.put(slot)
         row.update(verdict=verdict, killed_by=killed_by)  # at once: another thread may be writing the rows out
 
     def judge_slowly(self, row):
         """By all programs that are not its unit's own, in the copy itself: some of them build its sources again."""
         slot, library, source = self.slots.queue[0], self.build / LIBRARY, self.base / row["file"]
-        self.plant(row, slot)
         text = source.read_text()
+        self.plant(row, slot)
+        (slot / row["file"]).write_text(text)
         shutil.copy2(library, slot / "kept.so")
         own = self.programs_of(row)
         others = [p for programs in self.programs.values() for p in programs if p.endswith("_test") and p not in own]
@@ -316,8 +334,8 @@ class Workshop:
         """Every program passes with the unchanged library put in its place; notes what that costs."""
         slot = self.slots.get()
         self.original = dict(zip(self.sources, self.rebuild(LIBRARY, self.compile_command, self.sources, slot)))
-        self.rebuild_programs(self.sources, slot)
         for program in programs:
+            self.renew(program, self.private_copies.get(program, []), slot)
             variables, before, start = self.variables(slot), os.times(), time.time()
             outcome = self.run_program(program, variables, slot)
             after, wall = os.times(), time.time() - start
@@ -326,7 +344,7 @@ class Workshop:
             print(f"{program}: {cpu:.1f} s of processor time, {wall:.1f} s", flush=True)
             loaded = subprocess.run([self.path_of(program, slot)], capture_output=True, text=True,
                                     env={**os.environ, **variables, "LD_TRACE_LOADED_OBJECTS": "1"}).stdout
-            if outcome or str(slot / LIBRARY) not in loaded:
+            if outcome or (str(slot / LIBRARY) not in loaded and program not in self.private_copies):
                 sys.exit(f"{program} does not pass without a mutant, or loads another library: {outcome}")
         self.slots.put(slot)
 
