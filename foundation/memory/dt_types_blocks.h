@@ -74,7 +74,6 @@ uint64_t node_count_of(const ZT_MEMM_TAG_RECORD &record)
     });
     owners[note->owner] = {};
     note->owner = 0;
-    note->long_lookups = 0;
 }
 
 // Everything that is known of the record's nodes and blocks, before they go.

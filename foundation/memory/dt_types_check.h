@@ -100,8 +100,11 @@ const char *violated_in_notes()
 {
     for (uint64_t bucket = 0; bucket < ZR_MEMM_BUCKET_COUNT; ++bucket) {
         const ZT_MEMM_TAG_RECORD &head = heap.buckets[bucket];
-        if (const char *violated = violated_in_note(head, notes_of_heads[bucket]))
+        const record_note &note = notes_of_heads[bucket];
+        if (const char *violated = violated_in_note(head, note))
             return violated;
+        const bool is_unused = head.tag == 0 && bucket != 0;  // the first bucket's may have blocks of tag 0
+        QV_EQUATION(!is_unused || (note.full_from == nullptr && note.long_lookups == 0 && note.owner == 0));
         for (const ZT_MEMM_TAG_RECORD *record = head.next; record != nullptr; record = record->next)
             if (const char *violated = violated_in_cell(cell_of(record->tag)))
                 return violated;

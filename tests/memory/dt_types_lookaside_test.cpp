@@ -83,6 +83,67 @@ TEST(Lookaside, AnInlineNodeWhoseCountFellBelowZeroOffersNoSlot)
     heap_in_use = nullptr;
 }
 
+// Three nodes are as quick as a line; what lookups examine beyond them adds up, as far as it can be counted.
+TEST(Lookaside, AnOwnerFallsDueByTheNodesThatLookupsExamineBeyondThree)
+{
+    record_note note = {};
+    for (uint32_t examined = 0; examined <= 3; ++examined)
+        count_lookup(&note, examined);
+    EXPECT_EQ(note.long_lookups, 0);
+    count_lookup(&note, 4);
+    EXPECT_EQ(note.long_lookups, 1);
+    count_lookup(&note, 3 + LONG_LOOKUPS - 2);
+    EXPECT_EQ(note.long_lookups, LONG_LOOKUPS - 1);
+    EXPECT_FALSE(is_due_to_become_long(note));
+    count_lookup(&note, 4);
+    EXPECT_EQ(note.long_lookups, LONG_LOOKUPS);
+    EXPECT_TRUE(is_due_to_become_long(note));
+
+    for (const uint32_t examined : {3U + UINT16_MAX - 1, 3U + UINT16_MAX, 1U << 20}) {
+        note = {};
+        count_lookup(&note, examined);
+        EXPECT_EQ(note.long_lookups, UINT16_MAX - 1) << "after " << examined;
+        EXPECT_TRUE(is_due_to_become_long(note));
+    }
+    note.long_lookups = NEVER_LONG;
+    count_lookup(&note, 100);
+    EXPECT_EQ(note.long_lookups, NEVER_LONG);
+    EXPECT_FALSE(is_due_to_become_long(note));
+}
+
+// Each has an inline node and three more: of tiny tables they leave one run, of installed ones none.
+TEST(Lookaside, AsManyOwnersBecomeLongAsThereIsRoomFor)
+{
+    logged_heap own_heap;
+    heap_in_use = &own_heap;
+    LPVOID stranger = own_heap.take(16);
+    const auto ask_until_long = [&](uint64_t tag) {
+        for (int i = 0; i <= LONG_LOOKUPS; ++i)
+            EXPECT_EQ(ZR_memm_flags(tag, stranger), 0U);
+    };
+    for (uint64_t tag = 1; tag <= OWNER_COUNT; ++tag) {
+        for (int i = 0; i < 13 * 4; ++i)
+            ZR_memm_alloc(tag, 16, "test", 1);
+        ask_until_long(tag);
+        ASSERT_EQ(owners[tag % OWNER_COUNT].record != nullptr, tag < OWNER_COUNT) << "owner " << tag;
+    }
+    EXPECT_EQ(find_record(OWNER_COUNT).note->long_lookups, NEVER_LONG) << "it is not tried again";
+    EXPECT_STREQ(violated_equation(false), nullptr);
+
+    const uint32_t runs_before = runs_in_use;
+    for (uint64_t tag = 1; tag < OWNER_COUNT; ++tag)
+        ZR_memm_alloc(tag, 16, "test", 1);
+    EXPECT_EQ(runs_in_use, runs_before) << "the first run of each has room for one more node";
+
+    EXPECT_EQ(ZR_memm_free_all(1), 13 * 4 + 1);
+    find_record(OWNER_COUNT).note->long_lookups = 0;
+    ask_until_long(OWNER_COUNT);
+    EXPECT_NE(find_record(OWNER_COUNT).note->owner, 0) << "a number and runs given back are taken again";
+    ZR_memm_cleanup();
+    EXPECT_STREQ(violated_equation(false), nullptr);
+    heap_in_use = nullptr;
+}
+
 // What releases everything leaves nothing behind that would have to be cleaned up once more.
 TEST(Lookaside, CleanupLeavesNothingRemembered)
 {
