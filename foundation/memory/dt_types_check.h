@@ -98,6 +98,7 @@ const char *violated_in_cell(const record_note &cell)
 // Cells that nothing hashes to are looked at too, unless there are very many.
 const char *violated_in_notes()
 {
+    uint64_t chained_record_count = 0;
     for (uint64_t bucket = 0; bucket < ZR_MEMM_BUCKET_COUNT; ++bucket) {
         const ZT_MEMM_TAG_RECORD &head = heap.buckets[bucket];
         const record_note &note = notes_of_heads[bucket];
@@ -105,13 +106,19 @@ const char *violated_in_notes()
             return violated;
         const bool is_unused = head.tag == 0 && bucket != 0;  // the first bucket's may have blocks of tag 0
         QV_EQUATION(!is_unused || (note.full_from == nullptr && note.long_lookups == 0 && note.owner == 0));
-        for (const ZT_MEMM_TAG_RECORD *record = head.next; record != nullptr; record = record->next)
+        for (const ZT_MEMM_TAG_RECORD *record = head.next; record != nullptr; record = record->next) {
+            ++chained_record_count;
             if (const char *violated = violated_in_cell(cell_of(record->tag)))
                 return violated;
+        }
     }
-    for (const record_note &cell : cells)
+    uint64_t counted = 0;
+    for (const record_note &cell : cells) {
+        counted += cell.chained;
         if (cell.chained == 0)
             QV_EQUATION(cell.record == nullptr && cell.full_from == nullptr && cell.owner == 0);
+    }
+    QV_EQUATION(counted == chained_record_count);
     return nullptr;
 }
 

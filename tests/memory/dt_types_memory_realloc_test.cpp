@@ -198,6 +198,16 @@ TEST_F(MemoryManager, RefusedReallocLosesTheBlock)
     EXPECT_EQ(heap.take_steps(), steps{"free block 2"});
 }
 
+TEST_F(MemoryManager, RefusedReallocToSize0LosesTheBlockToo)
+{
+    fill(TAG, 2);
+    heap.refuse_allocation(0);
+    EXPECT_EQ(reallocate(TAG, block(1), 0), nullptr);
+    EXPECT_EQ(heap.take_steps(), (steps{"malloc 0 refused", "free block 1"}));
+    EXPECT_EQ(ZR_memm_flags(TAG, block(1)), 0u);
+    EXPECT_EQ(ZR_memm_free_all(TAG), 1);
+}
+
 TEST_F(MemoryManager, RefusedReallocOfATagsOnlyBlockLosesTheRecordToo)
 {
     fill(TAG, 1);

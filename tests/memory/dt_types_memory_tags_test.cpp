@@ -122,6 +122,26 @@ TEST_F(MemoryManager, TagsAreToldApartByAll64BitsAndBucketsByTheLowFive)
             EXPECT_EQ(ZR_memm_flags(tags[i], block(j + 1)), i == j ? 2u : 0u);
 }
 
+// Tags of a bucket whose first record is another one's, asked for in turns.
+TEST_F(MemoryManager, ChainedTagsAreToldApartByEveryBit)
+{
+    allocate(TAG);
+    LPVOID block_of_second = allocate(SECOND_TAG);
+    for (int bit = 6; bit < 64; ++bit) {
+        const uint64_t other = SECOND_TAG ^ UINT64_C(1) << bit;
+        EXPECT_EQ(ZR_memm_flags(other, block_of_second), 0u) << "bit " << bit;
+        EXPECT_EQ(ZR_memm_free_all(other), -1) << "bit " << bit;
+        LPVOID block_of_other = allocate(other);
+        for (int turn = 0; turn < 2; ++turn) {
+            EXPECT_EQ(ZR_memm_flags(SECOND_TAG, block_of_second), 2u) << "bit " << bit;
+            EXPECT_EQ(ZR_memm_flags(SECOND_TAG, block_of_other), 0u) << "bit " << bit;
+            EXPECT_EQ(ZR_memm_flags(other, block_of_other), 2u) << "bit " << bit;
+            EXPECT_EQ(ZR_memm_flags(other, block_of_second), 0u) << "bit " << bit;
+        }
+        EXPECT_EQ(ZR_memm_free_all(other), 1) << "bit " << bit;
+    }
+}
+
 TEST_F(MemoryManager, RecordHoldsAll64BitsOfItsTag)
 {
     constexpr uint64_t WIDE_TAG = 0xFEDCBA9876543205;
