@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 namespace {
@@ -165,6 +166,72 @@ TEST_F(LookasideOrder, BlocksAByteApartAreToldApart)
     for (size_t i = 0; i < sizeof crowd; ++i)
         ASSERT_EQ(ZR_memm_disassociate(TAG, &crowd[i]), i % 2 == 0 ? nullptr : &crowd[i]) << "byte " << i;
     EXPECT_STREQ(violated_equation(false), nullptr);
+}
+
+// ---- Where a block's own entry is
+
+LPVOID address_of_number(uint64_t number)
+{
+    return reinterpret_cast<LPVOID>(number);
+}
+
+constexpr uint64_t REGION = 256;  // bytes, with one home and an entry for each 32 of them
+constexpr uint64_t HEAP = 0x7F3A5C000000;
+
+TEST(LookasideKeys, BlocksOfOneRegionShareALineAndNoEntry)
+{
+    for (uint64_t region = HEAP; region < HEAP + 1000 * REGION; region += REGION) {
+        const line_key first = key_of(1, address_of_number(region));
+        uint32_t taken = 0;
+        for (uint64_t block = region; block < region + REGION; block += 32) {
+            const line_key key = key_of(1, address_of_number(block));
+            ASSERT_EQ(key.home, first.home) << "block " << address_of_number(block);
+            ASSERT_LT(key.own, LINE_ENTRIES);
+            taken |= 1U << key.own;
+        }
+        EXPECT_TRUE(taken == 0xFF || taken == 0xFF << 7) << "either half of a line";
+    }
+}
+
+// As many regions as there are lines: a golden spiral leaves none alone and crowds none.
+TEST(LookasideKeys, NeighbouringRegionsSpreadOverAllLines)
+{
+    for (const uint32_t owner : {1U, OWNER_COUNT - 1}) {
+        std::vector<unsigned> regions(LINE_COUNT);
+        std::vector<unsigned> halves(LINE_COUNT);
+        for (uint64_t i = 0; i < 2 * LINE_COUNT; ++i) {
+            const line_key key = key_of(owner, address_of_number(HEAP + i * REGION));
+            ASSERT_LT(key.home, LINE_COUNT);
+            ++regions[key.home];
+            halves[key.home] |= key.own == 0 ? 1 : 2;
+        }
+        for (uint32_t line = 0; line < LINE_COUNT; ++line) {
+            EXPECT_GE(regions[line], 1U) << "line " << line;
+            EXPECT_LE(regions[line], 4U) << "line " << line;
+        }
+        EXPECT_GE(std::count(halves.begin(), halves.end(), 3U), LINE_COUNT / 2)
+            << "lines of which both halves are used";
+    }
+}
+
+TEST(LookasideKeys, OwnersOfOneBlockLookInDifferentLines)
+{
+    unsigned same = 0;
+    for (uint32_t owner = 1; owner < OWNER_COUNT; ++owner)
+        same += key_of(owner, address_of_number(HEAP)).home == key_of(0, address_of_number(HEAP)).home;
+    EXPECT_LE(same, LINE_COUNT == 2 ? 2U : 1U);
+}
+
+TEST(LookasideKeys, PrintsTellBlocksOf256KibibytesApart)
+{
+    std::vector<uint32_t> prints;
+    for (uint64_t block = HEAP; block < HEAP + (1U << 18); block += 16) {
+        const uint32_t print = key_of(1, address_of_number(block)).print;
+        ASSERT_EQ(print & ~PRINT_MASK, 0U) << "the lower bits are for slot and place";
+        prints.push_back(print);
+    }
+    std::sort(prints.begin(), prints.end());
+    EXPECT_EQ(std::unique(prints.begin(), prints.end()), prints.end());
 }
 
 }  // namespace

@@ -111,6 +111,30 @@ TEST(Lookaside, AnOwnerFallsDueByTheNodesThatLookupsExamineBeyondThree)
     EXPECT_FALSE(is_due_to_become_long(note));
 }
 
+// The fourth node of a chain is the last one that lookups may end in for nothing.
+TEST(Lookaside, AnOwnerOfFourNodesFallsDueOnlyByWhatItHasNot)
+{
+    constexpr uint64_t TAG = 3;
+    logged_heap own_heap;
+    heap_in_use = &own_heap;
+    std::vector<LPVOID> blocks(13 * 4);
+    for (LPVOID &block : blocks)
+        block = ZR_memm_alloc(TAG, 16, "test", 1);
+    const record_note &note = notes_of_heads[TAG];
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(ZR_memm_flags(TAG, blocks[13]), ZR_MEMM_FLAG_RECORDED);  // in the chain's last node
+    EXPECT_EQ(note.long_lookups, 0);
+    LPVOID stranger = own_heap.take(16);
+    for (int i = 0; i < LONG_LOOKUPS; ++i)
+        ASSERT_EQ(ZR_memm_flags(TAG, stranger), 0U);
+    EXPECT_EQ(note.long_lookups, LONG_LOOKUPS);
+    EXPECT_EQ(note.owner, 0);
+    ASSERT_EQ(ZR_memm_flags(TAG, stranger), 0U);
+    EXPECT_NE(note.owner, 0);
+    ZR_memm_cleanup();
+    heap_in_use = nullptr;
+}
+
 // Each has an inline node and three more: of tiny tables they leave one run, of installed ones none.
 TEST(Lookaside, AsManyOwnersBecomeLongAsThereIsRoomFor)
 {
