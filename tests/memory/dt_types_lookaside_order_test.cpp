@@ -168,6 +168,39 @@ TEST_F(LookasideOrder, BlocksAByteApartAreToldApart)
     EXPECT_STREQ(violated_equation(false), nullptr);
 }
 
+// ---- Cells of records
+
+// Each field of so many bits, while the others stay: as many cells as values.
+TEST(LookasideCells, TagsThatDifferInOneFieldHaveCellsOfTheirOwn)
+{
+    for (const uint32_t shift : {0U, CELL_BITS, 2 * CELL_BITS}) {
+        std::vector<bool> is_taken(CELL_COUNT);
+        for (uint64_t value = 0; value < CELL_COUNT; ++value) {
+            const uint64_t tag = UINT64_C(0x123456789ABCDEF) ^ value << shift;
+            const auto cell = static_cast<size_t>(&cell_of(tag) - cells);
+            EXPECT_FALSE(is_taken[cell]) << "bits from " << shift << ", value " << value;
+            is_taken[cell] = true;
+        }
+    }
+}
+
+TEST_F(LookasideOrder, ACellRemembersTheRecordFoundLast)
+{
+    constexpr uint64_t CHAINED = TAG + 32;
+    constexpr uint64_t SHARING = CHAINED ^ UINT64_C(1) << 3 * CELL_BITS << 10;  // no bit that chooses a cell
+    allocate(TAG, 1);
+    for (const uint64_t tag : {CHAINED, SHARING, CHAINED, SHARING}) {
+        allocate(tag, 1);
+        const record_note &cell = cell_of(tag);
+        ASSERT_NE(cell.record, nullptr);
+        EXPECT_EQ(cell.record->tag, tag);
+        EXPECT_EQ(cell.long_lookups, 0);
+        EXPECT_EQ(cell.full_from, nullptr);
+    }
+    EXPECT_EQ(cell_of(CHAINED).chained, 2U);
+    EXPECT_EQ(&cell_of(CHAINED), &cell_of(SHARING));
+}
+
 // ---- Where a block's own entry is
 
 LPVOID address_of_number(uint64_t number)
