@@ -41,6 +41,7 @@ if(NOT QV_IS_INSTRUMENTED)
     add_executable(image_catalog_with_failing_heap $<TARGET_OBJECTS:image_catalog_objects>
         programs/image_catalog/failing_heap.cpp)
     target_link_libraries(image_catalog_with_failing_heap PRIVATE image_catalog_objects)
+    target_compile_options(image_catalog_with_failing_heap PRIVATE -fvisibility=default)
     set_target_properties(image_catalog_with_failing_heap PROPERTIES ENABLE_EXPORTS ON)
     add_dependencies(image_catalog_test image_catalog_with_failing_heap)
     target_compile_definitions(image_catalog_test PRIVATE
