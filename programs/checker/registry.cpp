@@ -10,7 +10,7 @@ namespace {
 
 // ---- Blocks that were never released
 
-void add_to_lost(place **lost, const object &each)
+void add_to_lost(place **lost, const object_record &each)
 {
     const bool is_told = each.state == GIVEN_TO_FREE;
     if (!is_recorded(each.kind) || has_ended(each) || is_told)
@@ -18,11 +18,11 @@ void add_to_lost(place **lost, const object &each)
     place *where = each.made_at;
     if (where->lost.blocks == 0) {
         where->lost.next = *lost;
-        where->lost.tag = each.tag;
+        where->lost.tag = each.of->key;
         where->lost.has_several_tags = false;
         *lost = where;
     }
-    where->lost.has_several_tags |= where->lost.tag != each.tag;
+    where->lost.has_several_tags |= where->lost.tag != each.of->key;
     where->lost.bytes += each.size;
     ++where->lost.blocks;
 }
@@ -80,7 +80,7 @@ void prepare_look_up(const void *address)
 bool look_up(const void *address, object *copy)
 {
     const locked guard;
-    const object *known = object_at(address);
+    const object_record *known = object_at(address);
     *copy = copy_of(known);
     return known != nullptr;
 }
@@ -89,10 +89,10 @@ bool add_object(place *made_at, object_kind kind, const void *address, uint64_t 
                 bool is_threaded, object *earlier)
 {
     const locked guard;
-    const object *known = object_at(address);
+    const object_record *known = object_at(address);
     const bool has_lived = known != nullptr && known->state == LIVE && !has_ended(*known);
     if (has_lived)
-        *earlier = *known;
+        *earlier = copy_of(known);
     add(made_at, kind, reinterpret_cast<uintptr_t>(address), tag, size)->is_threaded = is_threaded;
     return has_lived;
 }
@@ -100,9 +100,9 @@ bool add_object(place *made_at, object_kind kind, const void *address, uint64_t 
 bool end_object(const place *where, const void *address, uint64_t tag, object *copy)
 {
     const locked guard;
-    object *known = object_at(address);
+    object_record *known = object_at(address);
     const bool is_ended =
-        known != nullptr && !has_ended(*known) && (!is_recorded(known->kind) || known->tag == tag);
+        known != nullptr && !has_ended(*known) && (!is_recorded(known->kind) || known->of->key == tag);
     if (!is_ended || known->kind != BLOCK)
         *copy = copy_of(known);
     if (is_ended)
@@ -113,7 +113,7 @@ bool end_object(const place *where, const void *address, uint64_t tag, object *c
 void revive_object(const void *address)
 {
     const locked guard;
-    object *known = object_at(address);
+    object_record *known = object_at(address);
     if (known == nullptr || known->state != RELEASED)
         return;
     known->state = LIVE;
@@ -143,7 +143,7 @@ void end_all(const place *where)
 void begin_array_operation(const void *array)
 {
     const locked guard;
-    object *slots = slots_of(object_at(array));
+    object_record *slots = slots_of(object_at(array));
     if (slots != nullptr && slots->state == LIVE)
         slots->state = IN_FLUX;
 }
@@ -151,10 +151,10 @@ void begin_array_operation(const void *array)
 void end_array_operation(const place *where, const void *array, const void *slots, uint64_t size)
 {
     const locked guard;
-    object *known = object_at(array);
+    object_record *known = object_at(array);
     if (known == nullptr || known->kind != ARRAY || has_ended(*known))
         return;
-    object *old_slots = slots_of(known);
+    object_record *old_slots = slots_of(known);
     if (old_slots != nullptr && old_slots->key == reinterpret_cast<uintptr_t>(slots)) {
         old_slots->state = LIVE;
         old_slots->size = size;
@@ -162,16 +162,16 @@ void end_array_operation(const place *where, const void *array, const void *slot
     }
     if (old_slots != nullptr && old_slots->state == IN_FLUX)
         end(old_slots, where);
-    known->vector = reinterpret_cast<uintptr_t>(slots);
+    known->handle->slots = reinterpret_cast<uintptr_t>(slots);
     // The array's place tells more than the one at which it happened to grow.
     if (slots != nullptr)
-        add(known->made_at, VECTOR, known->vector, known->tag, size);
+        add(known->made_at, VECTOR, known->handle->slots, known->of->key, size);
 }
 
 void end_slots(const place *where, const void *array)
 {
     const locked guard;
-    if (object *slots = slots_of(object_at(array)))
+    if (object_record *slots = slots_of(object_at(array)))
         end(slots, where);
 }
 
@@ -191,24 +191,24 @@ const place *place_of_draw(uint64_t tag)
 void note_entered(const void *address, const place *where, bool is_counted)
 {
     const locked guard;
-    object *known = object_at(address);
+    object_record *known = object_at(address);
     if (known == nullptr || !is_handle(known->kind) || has_ended(*known))
         return;
-    known->entered_at = where;
-    known->holder = thread_number();
-    known->times_entered = is_counted ? known->times_entered + 1 : 1;
+    known->handle->entered_at = where;
+    known->handle->holder = thread_number();
+    known->handle->times_entered = is_counted ? known->handle->times_entered + 1 : 1;
 }
 
 void note_left(const void *address, bool is_counted)
 {
     const locked guard;
-    object *known = object_at(address);
-    if (known == nullptr || !is_handle(known->kind) || known->times_entered == 0)
+    object_record *known = object_at(address);
+    if (known == nullptr || !is_handle(known->kind) || known->handle->times_entered == 0)
         return;
     if (!is_counted)
-        known->times_entered = 0;
-    else if (known->holder == thread_number())
-        --known->times_entered;
+        known->handle->times_entered = 0;
+    else if (known->handle->holder == thread_number())
+        --known->handle->times_entered;
 }
 
 bool may_be_recorded(const void *address)
@@ -219,14 +219,14 @@ bool may_be_recorded(const void *address)
 bool note_given_to_free(const void *address, object *copy)
 {
     const locked guard;
-    object *known = object_at(address);
+    object_record *known = object_at(address);
     if (known == nullptr || known->state != LIVE || !is_recorded(known->kind))
         return false;
     if (has_ended(*known)) {  // with its owner; the filter need not count it any more
         end(known, known->of->ended_at);
         return false;
     }
-    *copy = *known;
+    *copy = copy_of(known);
     known->state = GIVEN_TO_FREE;
     return true;
 }
@@ -236,7 +236,7 @@ void visit_lost_places(void (*visitor)(place *where, void *context), void *conte
     place *lost = nullptr;
     {
         const locked guard;
-        objects.visit([&](const object &each) { add_to_lost(&lost, each); });
+        objects.visit([&](const object_record &each) { add_to_lost(&lost, each); });
         lost = sort(lost);
     }
     for (place *where = lost; where != nullptr;) {
@@ -251,9 +251,9 @@ uint32_t copy_held(object *copies, uint32_t limit)
 {
     uint32_t count = 0;
     const locked guard;
-    objects.visit([&](const object &each) {
-        if (is_handle(each.kind) && !has_ended(each) && each.times_entered != 0 && count < limit)
-            copies[count++] = each;
+    objects.visit([&](const object_record &each) {
+        if (is_handle(each.kind) && !has_ended(each) && each.handle->times_entered != 0 && count < limit)
+            copies[count++] = copy_of(&each);
     });
     return count;
 }

@@ -16,24 +16,17 @@ enum object_state : uint8_t {
     RELEASED
 };
 
-struct owner;
-
-// The first 64 bytes, a line of the processor's caches, are all that is touched for a plain block.
-struct alignas(64) object {
+// What is known of an address.
+struct object {
     uint64_t key;  // the address
-    object *next;
-
     uint64_t tag;  // of kinds up to SECTION
-    owner *of;     // of these, too: whose end is the object's
     uint64_t size;
     place *made_at;         // where it was recorded, or created
-    const place *ended_at;  // of a released one, in copies; otherwise of one that was released by itself
+    const place *ended_at;  // of a released one
     object_kind kind;
-    object_state state;  // in copies as it is; otherwise LIVE also when the owner has ended
-    bool is_threaded;    // the mode, of objects for threads
-    bool was_swept;      // was released when the registry was last swept
+    object_state state;
+    bool is_threaded;  // the mode, of objects for threads
 
-    uint64_t vector;          // of an array: the address of its slots, or 0
     const place *entered_at;  // of a section or identifier that is held
     uint32_t times_entered;
     int holder;  // the thread

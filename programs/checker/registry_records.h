@@ -58,75 +58,118 @@ void end_owner(owner *of, const place *where)
 
 // ---- Objects
 
+// What more is kept of one that is no plain block.
+struct handle_part {
+    uint64_t slots;  // of an array: their address, or 0
+    const place *entered_at;
+    uint32_t times_entered;
+    int holder;
+};
+
+// A line of the processor's caches. The pointers name nothing while the record is vacant, but for `handle`.
+struct alignas(64) object_record {
+    uint64_t key;
+    object_record *next;
+    owner *of;  // of recorded ones: whose end is the object's
+    uint64_t size;
+    place *made_at;
+    const place *ended_at;  // of one that was released by itself
+    handle_part *handle;    // null until the record first is one's
+    object_kind kind;
+    object_state state;  // LIVE also when the owner has ended
+    bool is_threaded;
+    bool was_swept;  // was released when the registry was last swept
+};
+static_assert(sizeof(object_record) == 64);
+
 // Neighbours on the heap are neighbours in the tables, for they are often used one behind the other.
 uint64_t hash_of_address(uint64_t address)
 {
     return address / 32 + mixed(address >> 24);
 }
 
-hash_table<object, hash_of_address> objects;
-object *vacant_objects;
+hash_table<object_record, hash_of_address> objects;
+object_record *vacant_objects;
 
 // Counts of the recorded objects whose addresses share a slot, so that a release by the host, which hardly
-// ever is of one of them, is told apart without the lock. Those whose owner has ended are still counted.
+// ever is of one of them, is told apart without the lock. Those whose owner has ended are still counted. A
+// slot that is full stays so: bytes keep it all near the processor.
 constexpr uint32_t FILTER_SLOTS = 1 << 18;
-std::atomic<uint32_t> filter[FILTER_SLOTS];
+constexpr BYTE FULL = UINT8_MAX;
+std::atomic<BYTE> filter[FILTER_SLOTS];
 
-std::atomic<uint32_t> &filter_slot(uint64_t address)
+std::atomic<BYTE> &filter_slot(uint64_t address)
 {
     return filter[hash_of_address(address) % FILTER_SLOTS];
 }
 
 // Written under the lock alone.
-void count_in_filter(const object &counted, uint32_t change)
+void count_in_filter(const object_record &counted, int change)
 {
-    std::atomic<uint32_t> &slot = filter_slot(counted.key);
-    slot.store(slot.load(std::memory_order_relaxed) + change, std::memory_order_relaxed);
+    std::atomic<BYTE> &slot = filter_slot(counted.key);
+    const BYTE count = slot.load(std::memory_order_relaxed);
+    if (count != FULL)
+        slot.store(static_cast<BYTE>(count + change), std::memory_order_relaxed);
 }
 
-object *object_at(uint64_t address)
+object_record *object_at(uint64_t address)
 {
     return objects.find(address);
 }
 
-object *object_at(const void *address)
+object_record *object_at(const void *address)
 {
     return object_at(reinterpret_cast<uintptr_t>(address));
 }
 
-bool has_ended(const object &each)
+bool has_ended(const object_record &each)
 {
     return each.state == RELEASED || (is_recorded(each.kind) && each.of->ended_at != nullptr);
 }
 
-// What is known, as others are to see it.
-object copy_of(const object *known)
+// As others are to see it.
+object copy_of(const object_record *known)
 {
     if (known == nullptr)
         return {};
-    object copy = *known;
-    if (copy.state != RELEASED && has_ended(copy)) {
-        copy.state = RELEASED;
-        copy.ended_at = copy.of->ended_at;
+    object copy = {};
+    copy.key = known->key;
+    copy.size = known->size;
+    copy.made_at = known->made_at;
+    copy.ended_at = known->ended_at;
+    copy.kind = known->kind;
+    copy.state = known->state;
+    copy.is_threaded = known->is_threaded;
+    if (is_recorded(copy.kind)) {
+        copy.tag = known->of->key;
+        if (copy.state != RELEASED && known->of->ended_at != nullptr) {
+            copy.state = RELEASED;
+            copy.ended_at = known->of->ended_at;
+        }
+    }
+    if (is_handle(copy.kind)) {
+        copy.entered_at = known->handle->entered_at;
+        copy.times_entered = known->handle->times_entered;
+        copy.holder = known->handle->holder;
     }
     return copy;
 }
 
 // The object names its owner no more, and the filter does not count it.
-void detach(object *detached)
+void detach(object_record *detached)
 {
     if (!is_recorded(detached->kind))
         return;
     if (detached->state != RELEASED)
-        count_in_filter(*detached, -1u);
+        count_in_filter(*detached, -1);
     owner *of = detached->of;
     if (--of->objects == 0 && of->ended_at != nullptr)
         recycle(of);
 }
 
-void attach(object *attached)
+void attach(object_record *attached, uint64_t tag)
 {
-    attached->of = owner_of(attached->tag);
+    attached->of = owner_of(tag);
     ++attached->of->objects;
     attached->of->has_handles |= is_handle(attached->kind);
     count_in_filter(*attached, 1);
@@ -136,7 +179,7 @@ void attach(object *attached)
 uint64_t sweep()
 {
     uint64_t living = 0;
-    objects.remove_if([&](object *each) {
+    objects.remove_if([&](object_record *each) {
         const bool is_released = has_ended(*each);
         living += !is_released;
         if (!is_released || !each->was_swept) {
@@ -164,22 +207,22 @@ void make_room()
 void add_vacant_objects()
 {
     constexpr uint32_t COUNT = 256;
-    const auto bytes = reinterpret_cast<uintptr_t>(take_bytes((COUNT + 1) * sizeof(object)));
-    auto *added =
-        reinterpret_cast<object *>((bytes + alignof(object) - 1) / alignof(object) * alignof(object));
+    const auto bytes = reinterpret_cast<uintptr_t>(take_bytes((COUNT + 1) * sizeof(object_record)));
+    auto *added = reinterpret_cast<object_record *>((bytes + alignof(object_record) - 1) /
+                                                    alignof(object_record) * alignof(object_record));
     for (uint32_t i = COUNT; i-- > 0;) {
         added[i].next = vacant_objects;
         vacant_objects = &added[i];
     }
 }
 
-object *new_object(uint64_t address)
+object_record *new_object(uint64_t address)
 {
     if (objects.is_full())
         make_room();
     if (vacant_objects == nullptr)
         add_vacant_objects();
-    object *added = vacant_objects;
+    object_record *added = vacant_objects;
     vacant_objects = added->next;
     __builtin_prefetch(vacant_objects, 1);
     added->key = address;
@@ -188,33 +231,32 @@ object *new_object(uint64_t address)
 }
 
 // What lived at the address gives its place in the table to what lives there now.
-object *add(place *made_at, object_kind kind, uint64_t address, uint64_t tag, uint64_t size)
+object_record *add(place *made_at, object_kind kind, uint64_t address, uint64_t tag, uint64_t size)
 {
-    object *added = object_at(address);
+    object_record *added = object_at(address);
     if (added == nullptr)
         added = new_object(address);
     else
         detach(added);
-    added->tag = tag;
     added->size = size;
     added->made_at = made_at;
     added->kind = kind;
     added->state = LIVE;
     added->was_swept = false;
     if (is_handle(kind)) {
-        added->vector = 0;
-        added->entered_at = nullptr;
-        added->times_entered = 0;
+        if (added->handle == nullptr)
+            added->handle = static_cast<handle_part *>(take_bytes(sizeof(handle_part)));
+        *added->handle = {};
     }
     if (is_recorded(kind))
-        attach(added);
+        attach(added, tag);
     return added;
 }
 
-void end(object *ended, const place *where)
+void end(object_record *ended, const place *where)
 {
     if (is_recorded(ended->kind))
-        count_in_filter(*ended, -1u);
+        count_in_filter(*ended, -1);
     if (is_handle(ended->kind))
         endings_of_handles.fetch_add(1, std::memory_order_release);
     ended->state = RELEASED;
@@ -222,11 +264,11 @@ void end(object *ended, const place *where)
 }
 
 // The slots of an array that lives, otherwise null.
-object *slots_of(const object *array)
+object_record *slots_of(const object_record *array)
 {
-    if (array == nullptr || array->kind != ARRAY || has_ended(*array) || array->vector == 0)
+    if (array == nullptr || array->kind != ARRAY || has_ended(*array) || array->handle->slots == 0)
         return nullptr;
-    object *slots = object_at(array->vector);
+    object_record *slots = object_at(array->handle->slots);
     return slots != nullptr && slots->kind == VECTOR && !has_ended(*slots) ? slots : nullptr;
 }
 
