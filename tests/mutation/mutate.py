@@ -19,6 +19,9 @@ Verdicts: killed; timeout (as good as killed); survived; unbuildable and same-co
 object file (neither is counted). tests/equivalent_mutants.tsv lists survivors (columns file, function, original,
 mutated, reason) that a reader has judged to change nothing that a caller can see; a row that no fault of today's
 sources matches fails the page.
+
+A run that finds --out keeps from it what must come out the same: while the library and tests/support are what they
+were, faults whose killer is what it was, and judged survivors. Remove --out to plant all of them again.
 """
 import argparse, collections, concurrent.futures, csv, fnmatch, functools, hashlib, json, os, pathlib, queue, random, re
 import shlex, shutil, signal, subprocess, sys, threading, time
@@ -29,7 +32,7 @@ import mutants
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 LIBRARY = "libQVfoundation17.so"
 COLUMNS = ["file", "line", "operator", "original", "mutated", "verdict", "killed_by", "function", "start", "end",
-           "text"]
+           "text", "commit"]
 
 # ---- Mutants -------------------------------------------------------------------------------------------
 
@@ -69,7 +72,7 @@ def mutants_of(project, patterns):
             function = (re.findall(r"^(?!static_assert)(?=[A-Za-z]).*?(\w+)\(", source[:start], re.M) or [""])[-1]
             yield dict(file=name, line=source.count("\n", 0, start) + 1, operator=operator, start=start, end=end,
                        text=json.dumps(text), original=" ".join(original.split()), mutated=" ".join(mutated.split()),
-                       function=function, verdict="", killed_by="")
+                       function=function, verdict="", killed_by="", commit="")
 
 
 def key_of(row):
@@ -105,6 +108,10 @@ class Workshop:
         database = json.loads((self.build / "compile_commands.json").read_text())
         self.compile_command, self.private_copies = self.compile_commands(database)
         self.sources = [file for file in files_of(self.base) if file in self.compile_command]
+        self.sources_of_program = collections.defaultdict(set)
+        for entry in database:
+            if out := re.search(r"tests/CMakeFiles/([^/]+)\.dir/", entry["command"]):
+                self.sources_of_program[out[1]] |= reached_from(self.base, os.path.relpath(entry["file"], self.base))
         self.programs = self.test_programs(database)
         self.run_cmake("--build", self.build, "-j", str(options.jobs), "--target",
                        *(["all"] if needs_all_programs else self.programs_for(options.file)))
@@ -167,15 +174,38 @@ class Workshop:
         return sorted(programs, key=lambda name: (not name.startswith(unit), name in self.private_copies,
                                                   self.cost.get(name, ()), name))
 
+    def git(self, *arguments):
+        return subprocess.run(["git", "-C", self.options.project, *arguments], check=True, capture_output=True).stdout
+
     def copy_project(self):
-        git = ["git", "-C", self.options.project]
-        head = subprocess.run([*git, "rev-parse", "HEAD"], check=True, text=True, capture_output=True).stdout
-        if not (self.base / ".head").exists() or (self.base / ".head").read_text() != head:
+        self.head, kept = self.git("rev-parse", "HEAD").decode().strip(), self.base / ".head"
+        if not kept.exists() or kept.read_text() != self.head:
             shutil.rmtree(self.base, ignore_errors=True)
             self.base.mkdir(parents=True)
-            archive = subprocess.run([*git, "archive", "HEAD"], check=True, capture_output=True).stdout
-            subprocess.run(["tar", "-x", "-C", self.base], input=archive, check=True)
-            (self.base / ".head").write_text(head)
+            subprocess.run(["tar", "-x", "-C", self.base], input=self.git("archive", "HEAD"), check=True)
+            kept.write_text(self.head)
+
+    @functools.cache
+    def changed_since(self, commit):
+        return set(self.git("diff", "--name-only", commit, "HEAD").decode().split("\n"))
+
+    def still_holds(self, row, known):
+        """Whether the row of an earlier run would come out the same today."""
+        changed = self.changed_since(row["commit"])
+        if any(file.startswith(("foundation/", "include/", "cmake/", "CMake", "tests/support/")) for file in changed):
+            return False
+        if row["verdict"] in ("killed", "timeout"):
+            return not changed & self.sources_of_program[row["killed_by"].split()[0]]
+        return row["verdict"] != "survived" or key_of(row) in known
+
+    def keep_verdicts(self, rows, known):
+        """Takes over what still holds from --out. The rows that are left."""
+        fault = lambda row: (row["file"], str(row["start"]), str(row["end"]), row["text"])
+        earlier = {fault(row): row for row in (read_rows(self.options.out) if self.options.out.exists() else [])}
+        for row in rows:
+            if (before := earlier.get(fault(row))) and self.still_holds(before, known):
+                row.update(verdict=before["verdict"], killed_by=before["killed_by"], commit=before["commit"])
+        return [row for row in rows if not row["verdict"]]
 
     def run_cmake(self, *arguments):
         done = subprocess.run(["cmake", *arguments], cwd=self.base, text=True, capture_output=True)
@@ -308,7 +338,7 @@ class Workshop:
             killed_by += f" ({self.options.preset})"
         shutil.copy2(self.base / row["file"], slot / row["file"])
         self.slots.put(slot)
-        row.update(verdict=verdict, killed_by=killed_by)  # at once: another thread may be writing the rows out
+        row.update(verdict=verdict, killed_by=killed_by, commit=self.head)  # at once: another thread may be writing the rows out
 
     def judge_slowly(self, row):
         """By all programs that are not its unit's own, in the copy itself: some of them build its sources again."""
@@ -326,6 +356,7 @@ class Workshop:
                 if outcome := self.run_program(program, {"TMPDIR": self.variables(slot)["TMPDIR"]}):
                     row["verdict"], row["killed_by"] = outcome
                     break
+            row["commit"] = self.head
         finally:
             source.write_text(text)
             shutil.copy2(slot / "kept.so", library)
@@ -449,8 +480,9 @@ def main():
     workshop = Workshop(options, needs_all_programs=options.command == "slow")
     if options.command == "run":
         rows = draw(list(mutants_of(workshop.base, options.file)), options.sample, options.seed)
-        chosen, judge = rows, workshop.judge
-        workshop.check(dict.fromkeys(program for row in rows for program in workshop.programs_of(row)))
+        chosen, judge = workshop.keep_verdicts(rows, known), workshop.judge
+        print(f"{len(rows) - len(chosen)} of {len(rows)} verdicts still hold")
+        workshop.check(dict.fromkeys(program for row in chosen for program in workshop.programs_of(row)))
     else:
         rows = read_rows(options.out)
         judge, options.jobs = (workshop.judge_slowly, 1) if options.command == "slow" else (workshop.judge, options.jobs)
