@@ -430,15 +430,16 @@ def page(options, rows, known):
         print("FIGURE", f"faults planted in {unit}{what}", f"{judged} that change the object code",
               f"{count['killed'] + count['timeout']} noticed, {count['survived']} missed, "
               f"{count['equivalent']} equivalent: {score(count):.1f} %", command, sep="\t")
-    survivors = [row for row in rows if row["verdict"] == "survived"]
-    place = lambda row: f"{row['file']}, {row['function'] or 'at file scope'}: `{row['original']}` -> `{row['mutated']}`"
-    for row in survivors:
-        print("EXCEPTION", place(row), known.get(key_of(row), "not judged"), sep="\t")
+    unjudged = [row for row in rows if row["verdict"] == "survived" and key_of(row) not in known]
+    for row in unjudged:
+        print("EXCEPTION", f"{row['file']}, {row['function'] or 'at file scope'}: `{row['original']}` -> "
+              f"`{row['mutated']}`", "not judged", sep="\t")
+    print("EXCEPTION", "faults that count as equivalent", "tests/equivalent_mutants.tsv has for each why no caller "
+          "sees it", sep="\t")
     planted = {key_of(row) for row in mutants_of(options.project, [""])}
     stale = [key for key in known if key not in planted]
     for key in stale:
         print("judges a fault that cannot be planted today:", *key)
-    unjudged = [row for row in survivors if key_of(row) not in known]
     if not rows or score(counts["all units"]) <= options.least or stale or unjudged and not options.sample:
         sys.exit(f"score {score(counts['all units']):.2f} % (above {options.least} wanted), {len(unjudged)} survivors "
                  f"not judged, {len(stale)} stale judgements")
