@@ -36,10 +36,11 @@ static greet_function look_up_greet(LPVOID module)
 
 int main(int argc, char **argv)
 {
-    const LPVOID module = load_module(argc > 1 ? argv[1] : ".", "greeter");
+    const char *folder = argc > 1 ? argv[1] : ".";
+    const LPVOID module = load_module(folder, "greeter");
     const greet_function greet = module != NULL ? look_up_greet(module) : NULL;
     if (greet == NULL) {
-        fprintf(stderr, "the module cannot be loaded\n");
+        fprintf(stderr, "host: there is no greeter that can be loaded in %s; usage: host [FOLDER]\n", folder);
         return EXIT_FAILURE;
     }
 

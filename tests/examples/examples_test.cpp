@@ -72,7 +72,7 @@ TEST(ExampleHost, SaysSoWhenItsModuleIsNotThere)
 {
     const child_result result = run_command({std::string(EXAMPLES_DIRECTORY) + "/host", "/nowhere"});
     EXPECT_TRUE(result.has_exited && result.status == 1) << result.describe();
-    EXPECT_EQ(result.err, "the module cannot be loaded\n");
+    EXPECT_EQ(result.err, "host: there is no greeter that can be loaded in /nowhere; usage: host [FOLDER]\n");
 }
 
 TEST(Readme, ShowsLinesOfTheExampleOfOwners)
