@@ -202,7 +202,7 @@ class Workshop:
         """Takes over what still holds from --out. The rows that are left."""
         fault = lambda row: (row["file"], str(row["start"]), str(row["end"]), row["text"])
         earlier = {fault(row): row for row in (read_rows(self.options.out) if self.options.out.exists() else [])}
-        for row in rows:
+        for row in (row for row in rows if not row["verdict"]):
             if (before := earlier.get(fault(row))) and self.still_holds(before, known):
                 row.update(verdict=before["verdict"], killed_by=before["killed_by"], commit=before["commit"])
         return [row for row in rows if not row["verdict"]]
@@ -462,6 +462,7 @@ def main():
     add("--memory", type=int, default=20, metavar="GIB", help="writable memory of one process")
     add("--least", type=float, default=99, metavar="PERCENT", help="the page fails at this score or below")
     add("--equivalent", type=pathlib.Path, default=PROJECT / "tests/equivalent_mutants.tsv")
+    add("--unjudged", action="store_true", help="what is judged to be equivalent counts so without being planted")
     add("-v", "--verbose", action="store_true")
     options = parser.parse_args()
     options.out = options.out or options.work / "mutants.tsv"
@@ -482,6 +483,9 @@ def main():
     workshop = Workshop(options, needs_all_programs=options.command == "slow")
     if options.command == "run":
         rows = draw(list(mutants_of(workshop.base, options.file)), options.sample, options.seed)
+        for row in rows if options.unjudged else []:
+            if key_of(row) in known:
+                row.update(verdict="survived", commit=workshop.head)
         chosen, judge = workshop.keep_verdicts(rows, known), workshop.judge
         print(f"{len(rows) - len(chosen)} of {len(rows)} verdicts still hold")
         workshop.check(dict.fromkeys(program for row in chosen for program in workshop.programs_of(row)))
