@@ -95,6 +95,18 @@ TEST_F(LookasideOrder, TheInlineNodeStaysFirstWhenRunsJoin)
     }
 }
 
+TEST_F(LookasideOrder, AnInlineNodeWhoseCountSaysFullOffersNothing)
+{
+    allocate(TAG, 13 * 30);
+    ask_until_long(TAG, blocks[13]);
+    ASSERT_EQ(ZR_memm_free(TAG, blocks[4], "test", 1), nullptr);
+    ZT_MEMM_NODE &inline_node = heap.buckets[TAG].first_node;
+    inline_node.count = 13;
+    allocate(TAG, 1);
+    EXPECT_EQ(inline_node.slots[4].block, nullptr);
+    inline_node.count = 12;
+}
+
 // As the owner shrinks, nodes go from the chain and runs with them.
 TEST_F(LookasideOrder, AnOwnerOfManyRunsIsFreedInAnyOrder)
 {
