@@ -21,7 +21,7 @@ mutated, reason) that a reader has judged to change nothing that a caller can se
 sources matches fails the page.
 
 A run that finds --out keeps from it what must come out the same: while the library and tests/support are what they
-were, faults whose killer is what it was, and judged survivors. Remove --out to plant all of them again.
+were, faults whose killer's sources have lost no line since, and judged survivors. Remove --out to plant all again.
 """
 import argparse, collections, concurrent.futures, csv, fnmatch, functools, hashlib, json, os, pathlib, queue, random, re
 import shlex, shutil, signal, subprocess, sys, threading, time
@@ -187,15 +187,26 @@ class Workshop:
 
     @functools.cache
     def changed_since(self, commit):
-        return set(self.git("diff", "--name-only", commit, "HEAD").decode().split("\n"))
+        """All changed files, and those of them that lost a line."""
+        changes = [line.split("\t") for line in self.git("diff", "--numstat", commit, "HEAD").decode().splitlines()]
+        return {file for _, _, file in changes}, {file for _, lost, file in changes if lost != "0"}
+
+    def sources_of_killer(self, killed_by):
+        """The test's own file, if it can be told, and all headers that its program includes."""
+        program, test, *_ = killed_by.split() + [""]
+        suite, _, case = test.partition(".")
+        named = re.compile(rf"\({re.escape(suite.split('/')[-1])},\s*{re.escape(case.split('/')[0])}\)")
+        sources = self.sources_of_program[program]
+        own = {file for file in sources if file.endswith(".cpp") and named.search((self.base / file).read_text())}
+        return {file for file in sources if not own or file in own or file.endswith(".h")}
 
     def still_holds(self, row, known):
         """Whether the row of an earlier run would come out the same today."""
-        changed = self.changed_since(row["commit"])
+        changed, with_lines_lost = self.changed_since(row["commit"])
         if any(file.startswith(("foundation/", "include/", "cmake/", "CMake", "tests/support/")) for file in changed):
             return False
         if row["verdict"] in ("killed", "timeout"):
-            return not changed & self.sources_of_program[row["killed_by"].split()[0]]
+            return not with_lines_lost & self.sources_of_killer(row["killed_by"])
         return row["verdict"] != "survived" or key_of(row) in known
 
     def keep_verdicts(self, rows, known):
