@@ -107,6 +107,34 @@ TEST_F(LookasideOrder, AnInlineNodeWhoseCountSaysFullOffersNothing)
     inline_node.count = 12;
 }
 
+// A null that is disassociated lowers the count, so that it reaches 0 with a block still recorded: with the
+// node that block's slot is cleared, and offered.
+TEST_F(LookasideOrder, ASlotLostWithTheInlineNodesCountIsOfferedAgain)
+{
+    const ZT_MEMM_NODE &inline_node = heap.buckets[TAG].first_node;
+    for (size_t lost = 0; lost < 12; ++lost) {
+        blocks.clear();
+        allocate(TAG, 13 * 30);
+        ask_until_long(TAG, blocks[13]);
+        ASSERT_EQ(ZR_memm_free(TAG, blocks[12], "test", 1), nullptr);
+        ASSERT_EQ(ZR_memm_disassociate(TAG, nullptr), nullptr);
+        ASSERT_EQ(inline_node.count, 11U);
+        for (size_t i = 0; i < 12; ++i) {
+            if (i == lost)
+                continue;
+            ASSERT_EQ(ZR_memm_free(TAG, blocks[i], "test", 1), nullptr);
+        }
+        ASSERT_EQ(inline_node.count, 0U);
+        EXPECT_STREQ(violated_equation(false), nullptr) << "slot " << lost;
+        for (size_t slot = 0; slot < 13; ++slot) {
+            allocate(TAG, 1);
+            EXPECT_EQ(inline_node.slots[slot].block, blocks.back()) << "slot " << lost << " was lost";
+        }
+        ZR_memm_free_all(TAG);
+        own_heap.give_back(blocks[lost]);
+    }
+}
+
 // As the owner shrinks, nodes go from the chain and runs with them.
 TEST_F(LookasideOrder, AnOwnerOfManyRunsIsFreedInAnyOrder)
 {
