@@ -26,7 +26,7 @@ size_t columns_of(const std::string &text)
 // No path of the samples holds a space, so a row's words are its cells.
 TEST_F(ImageCatalog, SaysTheSameInTheTableAndInJson)
 {
-    const catalogue_document json = read_catalogue(catalog({"--json", SAMPLES}));
+    const catalogue_document json = read_catalogue(catalog_in(SAMPLES, {"--json", "."}));
     const auto known = [](const std::string &value) {
         return value == "null" ? "-" : value;
     };
@@ -44,7 +44,7 @@ TEST_F(ImageCatalog, SaysTheSameInTheTableAndInJson)
         expected.push_back(row);
     }
     std::vector<strings> rows;
-    for (const std::string &line : table_lines(catalog({SAMPLES})))
+    for (const std::string &line : table_lines(catalog_in(SAMPLES, {"."})))
         rows.push_back(words_of(line));
     EXPECT_EQ(rows, expected);
 }
