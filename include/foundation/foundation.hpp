@@ -33,6 +33,10 @@
 #ifndef FOUNDATION_FOUNDATION_HPP
 #define FOUNDATION_FOUNDATION_HPP
 
+#if __cplusplus < 201703L
+#error "foundation/foundation.hpp needs C++17 or newer; the headers in C do with C++11"
+#endif
+
 #include "foundation/foundation.h"
 
 #include <iterator>

@@ -94,6 +94,15 @@ TEST_P(HppDialect, CompilesAloneAndTwice)
     expect_compiles_without_warning(include + include + "int unit_is_not_empty;\n", "foundation.hpp");
 }
 
+TEST_P(HppDialect, TellsOlderOnesWhatItNeeds)
+{
+    const child_result result =
+        compile("#include \"foundation/foundation.hpp\"\n", {"-std=c++14", "-fsyntax-only"});
+    EXPECT_FALSE(result.succeeded());
+    EXPECT_FALSE(matches(result.err, "(foundation/foundation.hpp needs C\\+\\+17 or newer)").empty())
+        << result.describe();
+}
+
 TEST_P(HppDialect, CompilesWithoutWarningWhereverItIsUsed)
 {
     const std::vector<std::string> strict = {"-Werror",
