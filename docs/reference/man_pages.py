@@ -91,7 +91,7 @@ class Describer:
             page = self.page_of_reference.get(child.get("refid"))
             if page and page == whole:
                 self.mentioned.add(page)
-                return "\\%" + bold(whole) + "(3)"
+                return bold(whole) + "(3)"
             return italic(whole) if whole.endswith(".h") else bold(whole)
         if child.tag == "bold":
             return bold(whole)
