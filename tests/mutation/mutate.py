@@ -188,8 +188,14 @@ class Workshop:
     @functools.cache
     def changed_since(self, commit):
         """All changed files, and those of them that lost a line."""
-        changes = [line.split("\t") for line in self.git("diff", "--numstat", commit, "HEAD").decode().splitlines()]
+        numstat = self.git("diff", "--numstat", "--no-renames", commit, "HEAD").decode()
+        changes = [line.split("\t") for line in numstat.splitlines()]
         return {file for _, _, file in changes}, {file for _, lost, file in changes if lost != "0"}
+
+    @functools.cache
+    def is_known_commit(self, commit):
+        return bool(commit) and subprocess.run(["git", "-C", self.options.project, "cat-file", "-e", commit],
+                                               capture_output=True).returncode == 0
 
     def sources_of_killer(self, killed_by):
         """The test's own file, if it can be told, and all headers that its program includes."""
@@ -202,6 +208,8 @@ class Workshop:
 
     def still_holds(self, row, known):
         """Whether the row of an earlier run would come out the same today."""
+        if not self.is_known_commit(row.get("commit")):  # rewritten since, or of an older form of the table
+            return False
         changed, with_lines_lost = self.changed_since(row["commit"])
         if any(file.startswith(("foundation/", "include/", "cmake/", "CMake", "tests/support/")) for file in changed):
             return False
@@ -350,7 +358,8 @@ class Workshop:
             killed_by += f" ({self.options.preset})"
         shutil.copy2(self.base / row["file"], slot / row["file"])
         self.slots.put(slot)
-        row.update(verdict=verdict, killed_by=killed_by, commit=self.head)  # at once: another thread may be writing the rows out
+        # At once: another thread may be writing the rows out.
+        row.update(verdict=verdict, killed_by=killed_by, commit=self.head)
 
     def judge_slowly(self, row):
         """By all programs that are not its unit's own, in the copy itself: some of them build its sources again."""
