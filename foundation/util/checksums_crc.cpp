@@ -4,14 +4,18 @@
 
 #include "foundation/util.h"
 
-// Entry n is what remains of the byte n after division by the polynomial; the upper 32 bits are zero.
-// Threads that meet an unbuilt table may build it together: all store the same values, and the flag is
-// set last. Accesses are atomic so that this is no data race; on this processor they are ordinary moves.
-static uint64_t __crc_table[256];
-static int32_t __crc_table_computed;
+// All that is written here, in one page: most of what a first calculation costs is to be given memory.
+static struct alignas(4096) {
+    // Entry n is what remains of the byte n after division by the polynomial; the upper 32 bits are zero.
+    // Threads that meet an unbuilt table may build it together: all store the same values, and the flag is
+    // set last. Accesses are atomic so that this is no data race; on this processor they are ordinary moves.
+    uint64_t __crc_table[256];
+    int32_t __crc_table_computed;
 
-// Null until a calculation has chosen; then the table is built too. All threads choose the same.
-static const crc_kernel *chosen_kernel;
+    // Null until a calculation has chosen; then the table is built too. All threads choose the same.
+    const crc_kernel *chosen_kernel;
+} crc;
+static_assert(sizeof crc == 4096, "one page");
 
 namespace {
 
@@ -33,8 +37,8 @@ uint64_t calculate_by_table(const BYTE *bytes, uint64_t length)
 {
     uint64_t remainder = CRC_INITIAL;
     for (const BYTE *const end = bytes + length; bytes != end; ++bytes)
-        remainder =
-            (remainder >> 8) ^ __atomic_load_n(&__crc_table[(remainder ^ *bytes) & 0xFF], __ATOMIC_RELAXED);
+        remainder = (remainder >> 8) ^
+                    __atomic_load_n(&crc.__crc_table[(remainder ^ *bytes) & 0xFF], __ATOMIC_RELAXED);
     return remainder ^ CRC_INITIAL;
 }
 
@@ -42,7 +46,7 @@ namespace {
 
 bool is_table_built()
 {
-    return __atomic_load_n(&__crc_table_computed, __ATOMIC_ACQUIRE) != 0;
+    return __atomic_load_n(&crc.__crc_table_computed, __ATOMIC_ACQUIRE) != 0;
 }
 
 constexpr uint64_t remainder_of_byte(uint64_t byte)
@@ -56,12 +60,12 @@ constexpr uint64_t remainder_of_byte(uint64_t byte)
 // Only the eight bytes of one bit are divided: the remainder of a sum is the sum of the remainders.
 void fill_table()
 {
-    __atomic_store_n(&__crc_table[0], 0, __ATOMIC_RELAXED);
+    __atomic_store_n(&crc.__crc_table[0], 0, __ATOMIC_RELAXED);
     for (uint64_t bit = 1; bit < 256; bit *= 2) {
         const uint64_t of_bit = remainder_of_byte(bit);
         for (uint64_t rest = 0; rest < bit; ++rest) {
-            const uint64_t of_rest = __atomic_load_n(&__crc_table[rest], __ATOMIC_RELAXED);
-            __atomic_store_n(&__crc_table[bit + rest], of_bit ^ of_rest, __ATOMIC_RELAXED);
+            const uint64_t of_rest = __atomic_load_n(&crc.__crc_table[rest], __ATOMIC_RELAXED);
+            __atomic_store_n(&crc.__crc_table[bit + rest], of_bit ^ of_rest, __ATOMIC_RELAXED);
         }
     }
 }
@@ -81,7 +85,7 @@ const crc_kernel *find_kernel()
     if (!is_table_built())
         _ZR_make_crc_table();
     const crc_kernel *kernel = find_kernel();
-    __atomic_store_n(&chosen_kernel, kernel, __ATOMIC_RELEASE);
+    __atomic_store_n(&crc.chosen_kernel, kernel, __ATOMIC_RELEASE);
     return kernel->calculate(bytes, length);
 }
 
@@ -90,14 +94,14 @@ const crc_kernel *find_kernel()
 void _ZR_make_crc_table(void)
 {
     fill_table();
-    __atomic_store_n(&__crc_table_computed, 1, __ATOMIC_RELEASE);
+    __atomic_store_n(&crc.__crc_table_computed, 1, __ATOMIC_RELEASE);
 }
 
 // Nothing is read for a length of 0, and the result is 0: the two additions of CRC_INITIAL cancel out.
 uint64_t ZR_util_CRC_calc(const void *data, uint64_t length)
 {
     const BYTE *bytes = static_cast<const BYTE *>(data);
-    const crc_kernel *kernel = __atomic_load_n(&chosen_kernel, __ATOMIC_ACQUIRE);
+    const crc_kernel *kernel = __atomic_load_n(&crc.chosen_kernel, __ATOMIC_ACQUIRE);
     if (kernel == nullptr)
         return calculate_first(bytes, length);
     return kernel->calculate(bytes, length);
