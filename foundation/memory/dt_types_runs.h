@@ -194,12 +194,10 @@ uint16_t add_run(uint16_t owner_number)
     return added;
 }
 
+// The first one, which has the inline node, goes only with its owner.
 void release_run(uint16_t released)
 {
     node_run &run = runs[released];
-    long_owner &owner = owners[run.owner];
-    if (owner.first_run == released)
-        owner.first_run = run.next;
     if (run.previous != 0)
         runs[run.previous].next = run.next;
     if (run.next != 0)
