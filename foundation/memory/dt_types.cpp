@@ -201,12 +201,21 @@ slot_position take_vacant_slot(noted_record noted)
     return true;
 }
 
-// Vacant slots are all zero already, and nearly always all of them are vacant.
+// Vacant slots are all zero already.
 void clear_slots(ZT_MEMM_NODE *node)
 {
     for (ZT_MEMM_SLOT &slot : node->slots)
         if (slot.block != nullptr)
             slot = {};
+}
+
+// An empty node has none unless its count was wrong: no branch for each slot.
+bool has_blocks(const ZT_MEMM_NODE &node)
+{
+    uintptr_t bits = 0;
+    for (const ZT_MEMM_SLOT &slot : node.slots)
+        bits |= reinterpret_cast<uintptr_t>(slot.block);
+    return bits != 0;
 }
 
 // A record goes only when its inline node empties while no other node follows. If the inline node empties
@@ -220,7 +229,8 @@ void clear_slots(ZT_MEMM_NODE *node)
         unlink_and_release(node);
         return;
     }
-    clear_slots(node);
+    if (has_blocks(*node)) [[unlikely]]
+        clear_slots(node);
     if (node->next == nullptr)
         remove_record(noted);
 }
