@@ -549,11 +549,21 @@ bool insert_by_rebuild(ZT_ARRAY_PTR *array, uint64_t index, LPVOID element)
     return SUCCESS;
 }
 
+// Two elements a round: comparators are short, and beside their call and return the jump back counts. They
+// may change the array, so that count and slots are read anew for each.
 search_result search_linear(const ZT_ARRAY_PTR &array, LPVOID key)
 {
-    for (uint64_t i = 0; i < array.count; ++i)
-        if (array.compare(key, array.slots[i]) == 0)
+    const auto matches = [&](uint64_t i) {
+        return array.compare(key, array.slots[i]) == 0;
+    };
+    for (uint64_t i = 0; i < array.count; ++i) {
+        if (matches(i))
             return {true, i};
+        if (++i >= array.count)
+            break;
+        if (matches(i))
+            return {true, i};
+    }
     return {false, 0};
 }
 

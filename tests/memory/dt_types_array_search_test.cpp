@@ -21,6 +21,22 @@ element_list compared_by_search(ZT_DT_ANY *array, uintptr_t key, uint64_t expect
     return stored;
 }
 
+// The array that the comparators below change while it is searched.
+ZT_DT_ANY *changed_by_comparator = nullptr;
+
+INT compare_and_remove_last(LPVOID key, LPVOID stored)
+{
+    remove_any(changed_by_comparator, elements_of(changed_by_comparator).size() - 1);
+    return compare_recorded(key, stored);
+}
+
+INT compare_and_append_key(LPVOID key, LPVOID stored)
+{
+    if (elements_of(changed_by_comparator).back() != value_of(key))
+        add(changed_by_comparator, value_of(key));
+    return compare_recorded(key, stored);
+}
+
 }  // namespace
 
 TEST_F(PointerArray, NothingIsFoundInAnEmptyArray)
@@ -44,6 +60,47 @@ TEST_F(PointerArray, LinearSearchComparesFromTheFrontUpToTheFirstMatch)
     EXPECT_EQ(compared_by_search(array, 10, 1), (element_list{30, 10}));
     EXPECT_EQ(compared_by_search(array, 20, 2), (element_list{30, 10, 20}));
     EXPECT_EQ(compared_by_search(array, 15, UNWRITTEN), (element_list{30, 10, 20, 10}));
+}
+
+TEST_F(PointerArray, LinearSearchComparesEachElementOnceInArraysOfAnyCount)
+{
+    ZT_DT_ANY *array = create(10, 0, compare_recorded);
+    element_list all;
+    for (uintptr_t count = 1; count <= 5; ++count) {
+        add(array, count);
+        all.push_back(count);
+        EXPECT_EQ(compared_by_search(array, count, count - 1), all);
+        EXPECT_EQ(compared_by_search(array, 99, UNWRITTEN), all);
+    }
+}
+
+TEST_F(PointerArray, LinearSearchFollowsAnArrayThatItsComparatorShrinks)
+{
+    const auto compared_in_array_of = [this](uintptr_t count) {
+        changed_by_comparator = create(1, 0, compare_and_remove_last);
+        for (uintptr_t i = 1; i <= count; ++i)
+            add(changed_by_comparator, i);
+        compared_pairs.clear();
+        EXPECT_EQ(ZR_array_ptr_find(changed_by_comparator, element(99), nullptr), -1);
+        return compared_pairs;
+    };
+    EXPECT_EQ(compared_in_array_of(1), (pair_list{{99, 1}}));
+    EXPECT_EQ(compared_in_array_of(2), (pair_list{{99, 1}}));
+    EXPECT_EQ(compared_in_array_of(3), (pair_list{{99, 1}, {99, 2}}));
+    EXPECT_EQ(compared_in_array_of(4), (pair_list{{99, 1}, {99, 2}}));
+    EXPECT_EQ(compared_in_array_of(5), (pair_list{{99, 1}, {99, 2}, {99, 3}}));
+}
+
+TEST_F(PointerArray, LinearSearchFollowsAnArrayThatItsComparatorMakesGrow)
+{
+    for (const uintptr_t count : {1, 2, 3}) {
+        changed_by_comparator = create(1, 0, compare_and_append_key);
+        for (uintptr_t i = 1; i <= count; ++i)
+            add(changed_by_comparator, i);
+        uint64_t index = UNWRITTEN;
+        EXPECT_EQ(ZR_array_ptr_index_get(changed_by_comparator, element(99), &index), 0);
+        EXPECT_EQ(index, count);
+    }
 }
 
 TEST_F(PointerArray, SearchIsBinaryByTheSortedFlagAlone)
