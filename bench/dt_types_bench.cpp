@@ -65,6 +65,66 @@ struct apr_pool {
     void release_all() const { apr_pool_destroy(pool); }
 };
 
+// What the manager cannot do without: its heap calls in their order, and to note in its records where blocks
+// are. Nothing is searched for.
+constexpr size_t NODE_SLOTS = 13;
+constexpr size_t NODE_BYTES = 336;
+constexpr size_t RECORD_BYTES = 360;
+
+// Of few blocks, which fit its record's own node. The records of the first 32 owners lie in a table.
+struct record_alone {
+    static constexpr size_t IN_TABLE = 32;
+    static inline LPVOID table[IN_TABLE][RECORD_BYTES / sizeof(LPVOID)];
+    static inline size_t owners = 0;
+
+    LPVOID *record = owners < IN_TABLE ? table[owners] : nullptr;
+    const bool is_on_heap = owners++ >= IN_TABLE;
+    size_t count = 0;
+
+    LPVOID allocate()
+    {
+        LPVOID block = malloc(BLOCK_BYTES);
+        if (record == nullptr)
+            record = static_cast<LPVOID *>(calloc(1, RECORD_BYTES));
+        record[count++] = block;
+        return block;
+    }
+    void release_all()
+    {
+        for (size_t i = 0; i < count; ++i)
+            free(record[i]);
+        if (is_on_heap)
+            free(record);
+        --owners;
+    }
+};
+
+// Of many blocks, all of which the caller releases.
+struct nodes_alone {
+    std::vector<LPVOID> nodes;
+    size_t count = 0;
+
+    LPVOID allocate()
+    {
+        LPVOID block = malloc(BLOCK_BYTES);
+        if (++count > NODE_SLOTS * (nodes.size() + 1))
+            nodes.push_back(calloc(1, NODE_BYTES));
+        return block;
+    }
+    void release(LPVOID block)
+    {
+        free(block);
+        --count;
+    }
+    void release_all()
+    {
+        for (LPVOID node : nodes)
+            free(node);
+    }
+};
+
+constexpr char HEAP_CALLS_ALONE[] = "the same heap calls without any search";
+
 // A heap whose free blocks are merged, whatever ran before: releasing a large block does that. It keeps its
 // memory, for the kernel's page faults are not what is compared here.
 void tidy_heap()
@@ -101,13 +161,10 @@ template <typename Owner> void FillAndReleaseOneOwner(benchmark::State &state)
     }
 }
 
-// The least that the work can cost: the manager's heap calls in their order, and no search. Where blocks and
-// nodes are is written into vectors made beforehand.
+// Where blocks and nodes are is written into vectors made beforehand.
 void FillAndReleaseWithoutSearch(benchmark::State &state)
 {
     tidy_heap();
-    constexpr size_t NODE_SLOTS = 13;
-    constexpr size_t NODE_BYTES = 336;
     const size_t count = static_cast<size_t>(state.range(0));
     std::vector<LPVOID> blocks(count);
     std::vector<LPVOID> nodes((count - 1) / NODE_SLOTS);
@@ -134,7 +191,7 @@ const bool owners_described = bench::describe({"Owners",
                                                {{"malloc"},
                                                 {"talloc", "keeps a header before each block"},
                                                 {"apr", "a pool: no block is released alone"}},
-                                               "the same heap calls without any search",
+                                               HEAP_CALLS_ALONE,
                                                true});
 BENCHMARK(FillAndReleaseOneOwner<tagged_manager>)
     ->Name("Owners/ours")
@@ -153,12 +210,22 @@ BENCHMARK(FillAndReleaseWithoutSearch)->Name("Owners/floor")->RangeMultiplier(10
 
 constexpr int64_t OWNER_BLOCKS = 10;
 
+// Made beforehand: a large request in each round would make the heap merge what was released in the last one.
+template <typename Owner> std::vector<Owner> room_for_owners(const benchmark::State &state)
+{
+    std::vector<Owner> owners;
+    owners.reserve(state.range(0));
+    return owners;
+}
+
 template <typename Owner> void FillOwnersInTurn(benchmark::State &state)
 {
+    std::vector<Owner> owners = room_for_owners<Owner>(state);
     tidy_heap();
     for (auto _ : state) {
         start_round(state);
-        std::vector<Owner> owners(state.range(0));
+        owners.clear();
+        owners.resize(state.range(0));
         for (Owner &owner : owners)
             for (int64_t i = 0; i < OWNER_BLOCKS; ++i)
                 benchmark::DoNotOptimize(owner.allocate());
@@ -172,18 +239,21 @@ const bool OwnersInTurn_described =
                      "Many owners of ten blocks, filled one after the other",
                      "owners",
                      {{"malloc"}, {"talloc", "keeps a header before each block"}},
-                     nullptr,
+                     HEAP_CALLS_ALONE,
                      true});
 BENCHMARK(FillOwnersInTurn<tagged_manager>)->Name("OwnersInTurn/ours")->Arg(100)->Arg(10000);
 BENCHMARK(FillOwnersInTurn<growing_vector>)->Name("OwnersInTurn/malloc")->Arg(100)->Arg(10000);
 BENCHMARK(FillOwnersInTurn<talloc_context>)->Name("OwnersInTurn/talloc")->Arg(100)->Arg(10000);
+BENCHMARK(FillOwnersInTurn<record_alone>)->Name("OwnersInTurn/floor")->Arg(100)->Arg(10000);
 
 template <typename Owner> void FillOwnersRoundRobin(benchmark::State &state)
 {
+    std::vector<Owner> owners = room_for_owners<Owner>(state);
     tidy_heap();
     for (auto _ : state) {
         start_round(state);
-        std::vector<Owner> owners(state.range(0));
+        owners.clear();
+        owners.resize(state.range(0));
         for (int64_t i = 0; i < OWNER_BLOCKS; ++i)
             for (Owner &owner : owners)
                 benchmark::DoNotOptimize(owner.allocate());
@@ -197,11 +267,12 @@ const bool OwnersRoundRobin_described =
                      "Many owners of ten blocks, filled a block at a time in turn",
                      "owners",
                      {{"malloc"}, {"talloc", "keeps a header before each block"}},
-                     nullptr,
+                     HEAP_CALLS_ALONE,
                      true});
 BENCHMARK(FillOwnersRoundRobin<tagged_manager>)->Name("OwnersRoundRobin/ours")->Arg(100)->Arg(10000);
 BENCHMARK(FillOwnersRoundRobin<growing_vector>)->Name("OwnersRoundRobin/malloc")->Arg(100)->Arg(10000);
 BENCHMARK(FillOwnersRoundRobin<talloc_context>)->Name("OwnersRoundRobin/talloc")->Arg(100)->Arg(10000);
+BENCHMARK(FillOwnersRoundRobin<record_alone>)->Name("OwnersRoundRobin/floor")->Arg(100)->Arg(10000);
 
 // What the host does at its end. Filling is on the clock, as it is for the peer.
 void CleanUpManager(benchmark::State &state)
@@ -287,13 +358,19 @@ template <typename Owner> void Churn(benchmark::State &state)
         owner.release(block);
         block = owner.allocate();
     }
+    for (LPVOID block : blocks)
+        owner.release(block);
     owner.release_all();
 }
 
-const bool Churn_described = bench::describe(
-    {"Churn", "Release a random block of many and allocate another", "live blocks", {{"talloc"}}});
+const bool Churn_described = bench::describe({"Churn",
+                                              "Release a random block of many and allocate another",
+                                              "live blocks",
+                                              {{"talloc"}},
+                                              HEAP_CALLS_ALONE});
 BENCHMARK(Churn<tagged_manager>)->Name("Churn/ours")->RangeMultiplier(10)->Range(100, 100000);
 BENCHMARK(Churn<talloc_context>)->Name("Churn/talloc")->RangeMultiplier(10)->Range(100, 100000);
+BENCHMARK(Churn<nodes_alone>)->Name("Churn/floor")->RangeMultiplier(10)->Range(100, 100000);
 
 // The same ten blocks at a time, so that vacancies lie scattered.
 template <typename Owner> void ChurnInTens(benchmark::State &state)
@@ -316,6 +393,8 @@ template <typename Owner> void ChurnInTens(benchmark::State &state)
         for (const size_t index : chosen)
             blocks[index] = owner.allocate();
     }
+    for (LPVOID block : blocks)
+        owner.release(block);
     owner.release_all();
 }
 
@@ -323,9 +402,11 @@ const bool ChurnInTens_described =
     bench::describe({"ChurnInTens",
                      "Release ten random blocks of many and allocate ten others",
                      "live blocks",
-                     {{"talloc"}}});
+                     {{"talloc"}},
+                     HEAP_CALLS_ALONE});
 BENCHMARK(ChurnInTens<tagged_manager>)->Name("ChurnInTens/ours")->RangeMultiplier(10)->Range(100, 100000);
 BENCHMARK(ChurnInTens<talloc_context>)->Name("ChurnInTens/talloc")->RangeMultiplier(10)->Range(100, 100000);
+BENCHMARK(ChurnInTens<nodes_alone>)->Name("ChurnInTens/floor")->RangeMultiplier(10)->Range(100, 100000);
 
 // ---- Asking for flags
 
