@@ -4,7 +4,7 @@
 
 #include "foundation/util.h"
 
-// All that is written here, in one page: most of what a first calculation costs is to be given memory.
+// All that is written here, in one page: most of what the table costs is to be given memory for it.
 static struct alignas(4096) {
     // Entry n is what remains of the byte n after division by the polynomial; the upper 32 bits are zero.
     // Threads that meet an unbuilt table may build it together: all store the same values, and the flag is
